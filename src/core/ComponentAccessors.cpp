@@ -1,0 +1,29 @@
+#include "core/ComponentAccessors.h"
+
+#include "core/CheckComponent.h"
+#include "core/CoreSystem.h"
+#include "core/SerializeComponent.h"
+
+namespace Morvantix {
+
+namespace {
+
+template<typename Component>
+std::shared_ptr<Component> componentOf(EComponentType type)
+{
+    return std::dynamic_pointer_cast<Component>(CoreSystem::GetCoreSystemInst()->GetComponent(type));
+}
+
+} // namespace
+
+std::shared_ptr<SerializeComponent> GetSerializeComponent()
+{
+    return componentOf<SerializeComponent>(EComponentType::Serialize);
+}
+
+std::shared_ptr<CheckComponent> GetCheckComponent()
+{
+    return componentOf<CheckComponent>(EComponentType::Check);
+}
+
+} // namespace Morvantix

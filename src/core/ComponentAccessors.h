@@ -1,0 +1,17 @@
+#pragma once
+
+#include "core/CoreExport.h"
+
+#include <memory>
+
+namespace Morvantix {
+
+class CheckComponent;
+class SerializeComponent;
+
+// Typed shortcuts into the registry. A missing component, or one of another class, gives an empty
+// pointer.
+CORE_EXPORT std::shared_ptr<SerializeComponent> GetSerializeComponent();
+CORE_EXPORT std::shared_ptr<CheckComponent> GetCheckComponent();
+
+} // namespace Morvantix

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "core/CoreExport.h"
+#include "core/UpdateSetting.h"
+
+#include <QSettings>
+#include <QString>
+
+#include <memory>
+
+// The launcher's settings in "config.ini" beside the program. Copies share one settings object.
+class CORE_EXPORT Serializer
+{
+public:
+    Serializer();
+
+    void ReadSetting(Morvantix::UpdateSetting& setting);
+    void SaveSetting(Morvantix::UpdateSetting& setting);
+    QString GetValueByKey(const QString& key);
+    void SetValueByKey(const QString& key, const QString& value);
+
+    // The file the settings live in.
+    QString FilePath() const;
+
+private:
+    void InitConfig();
+    void WriteDefault(const char* key, const QVariant& value);
+    bool ReadBool(const char* key, bool defaultValue);
+    int ReadInt(const char* key, int defaultValue);
+    QString ReadString(const char* key, const QString& defaultValue);
+
+    std::shared_ptr<QSettings> m_ini;
+};
