@@ -6,8 +6,7 @@ namespace Morvantix {
 
 CheckComponent::CheckComponent()
     : m_checker(Checker::GetInstance())
-{
-}
+{ }
 
 CheckComponent::~CheckComponent() = default;
 

@@ -8,8 +8,7 @@ namespace Morvantix {
 
 namespace {
 
-template<typename Component>
-std::shared_ptr<Component> componentOf(EComponentType type)
+template <typename Component> std::shared_ptr<Component> componentOf(EComponentType type)
 {
     return std::dynamic_pointer_cast<Component>(CoreSystem::GetCoreSystemInst()->GetComponent(type));
 }

@@ -3,7 +3,8 @@
 namespace Morvantix {
 
 // Registry keys of the core system. The gaps (0, 1, 4, 5, 7) are never registered.
-enum EComponentType : int {
+enum EComponentType : int
+{
     Download = 2,
     Patch = 3,
     Serialize = 6,

@@ -50,9 +50,8 @@ constexpr char LastVersionFile[] = "lastversion.txt";
 constexpr char LastLauncherVersionFile[] = "lastLauncherVersion.txt";
 
 // Usage-report event codes.
-constexpr const char* ReportEvents[] = {"2001", "2002", "2003", "2004", "2005", "2006",
-                                        "2007", "2008", "2009", "2010", "2011", "2012",
-                                        "2013", "2014", "2015", "2016", "2017", "2018"};
+constexpr const char* ReportEvents[] = { "2001", "2002", "2003", "2004", "2005", "2006", "2007", "2008",
+    "2009", "2010", "2011", "2012", "2013", "2014", "2015", "2016", "2017", "2018" };
 
 } // namespace Const
 } // namespace Morvantix

@@ -29,7 +29,7 @@ std::shared_ptr<CoreSystem> CoreSystem::GetCoreSystemInst()
 
 void CoreSystem::RegistComponent(EComponentType type, std::shared_ptr<ICoreComponent> component)
 {
-    m_componentMap.insert({type, std::move(component)});
+    m_componentMap.insert({ type, std::move(component) });
 }
 
 std::shared_ptr<ICoreComponent> CoreSystem::GetComponent(EComponentType type)

@@ -4,7 +4,8 @@ namespace Morvantix {
 
 // Result codes of the download path and of the planning solvers. Values other than these travel
 // unchanged (a network error value, for instance) and are reported with the generic message.
-enum ErrorCode : int {
+enum ErrorCode : int
+{
     NoError = 0,
     FileFinished = 1,
     NetworkFailed = 2,

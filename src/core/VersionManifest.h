@@ -45,7 +45,7 @@ struct VersionManifest
     QString m_hostText2;
     QVector<PackFileInfo> m_hostList1;
     QVector<PackFileInfo> m_hostList2;
-    qint64 m_hostValues[5] = {0, 0, 0, 0, 0};
+    qint64 m_hostValues[5] = { 0, 0, 0, 0, 0 };
     QMap<QString, QString> m_hostMap;
     QVector<QString> m_hostVector;
     QVector<PatchStep> m_downloadList;

@@ -8,8 +8,7 @@ namespace WorkerThreads {
 
 // A job is asked to stop and given a moment to do so; only a job that ignores the request is
 // terminated, since terminating a thread in the middle of a file operation can leave it half-written.
-template<typename Thread>
-void stopAndDelete(QPointer<Thread>& thread)
+template <typename Thread> void stopAndDelete(QPointer<Thread>& thread)
 {
     if (!thread)
         return;

@@ -25,9 +25,11 @@ namespace QFileUtils {
 
 namespace {
 
+// Paths arrive with either separator from the launcher and from manifests on every platform.
 QString toSlashes(const QString& path)
 {
-    return QDir::fromNativeSeparators(path);
+    QString result = path;
+    return result.replace(QLatin1Char('\\'), QLatin1Char('/'));
 }
 
 bool isSeparator(QChar c)
@@ -37,7 +39,7 @@ bool isSeparator(QChar c)
 
 const QDir::Filters kEntryFilter = QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot;
 
-template<typename Transfer>
+template <typename Transfer>
 bool transferOneFile(const char* name, const QString& fromPath, const QString& toPath, Transfer transfer)
 {
     const QString from = toSlashes(fromPath);
@@ -69,7 +71,7 @@ bool transferOneFile(const char* name, const QString& fromPath, const QString& t
     return ok;
 }
 
-template<typename Transfer>
+template <typename Transfer>
 bool transferTree(bool isCopy, const QString& fromDir, const QString& toDir, Transfer transfer)
 {
     QDir target(toDir);
@@ -251,26 +253,26 @@ bool DeleteFileOrFolder(const QString& path, const QString& keepName)
 
 bool CopyOneFile(const QString& from, const QString& to)
 {
-    return transferOneFile("CopyOneFile", from, to,
-                           [](const QString& f, const QString& t) { return QFile::copy(f, t); });
+    return transferOneFile(
+        "CopyOneFile", from, to, [](const QString& f, const QString& t) { return QFile::copy(f, t); });
 }
 
 bool MoveOneFile(const QString& from, const QString& to)
 {
-    return transferOneFile("MoveOneFile", from, to,
-                           [](const QString& f, const QString& t) { return QFile::rename(f, t); });
+    return transferOneFile(
+        "MoveOneFile", from, to, [](const QString& f, const QString& t) { return QFile::rename(f, t); });
 }
 
 bool CopyMultiFiles(const QString& fromDir, const QString& toDir)
 {
-    return transferTree(true, fromDir, toDir,
-                        [](const QString& f, const QString& t) { return QFile::copy(f, t); });
+    return transferTree(
+        true, fromDir, toDir, [](const QString& f, const QString& t) { return QFile::copy(f, t); });
 }
 
 bool MoveMultiFiles(const QString& fromDir, const QString& toDir)
 {
-    return transferTree(false, fromDir, toDir,
-                        [](const QString& f, const QString& t) { return QFile::rename(f, t); });
+    return transferTree(
+        false, fromDir, toDir, [](const QString& f, const QString& t) { return QFile::rename(f, t); });
 }
 
 bool FileIsUsing(const QString& path)

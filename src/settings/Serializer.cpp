@@ -48,7 +48,7 @@ QString Serializer::GetValueByKey(const QString& key)
 {
     if (!m_ini)
         Logger::LogFatal(QString::fromLatin1(Const::SerializerTag),
-                         QStringLiteral("you must init m_ini before GetValueByKey"));
+            QStringLiteral("you must init m_ini before GetValueByKey"));
     const QVariant value = m_ini->value(key);
     if (value.type() == QVariant::String)
         return value.toString();
@@ -59,12 +59,12 @@ void Serializer::SetValueByKey(const QString& key, const QString& value)
 {
     if (!m_ini)
         Logger::LogFatal(QString::fromLatin1(Const::SerializerTag),
-                         QStringLiteral("you must init m_ini before SetValueByKey"));
+            QStringLiteral("you must init m_ini before SetValueByKey"));
     m_ini->setValue(key, value);
     // Written through at once: a launcher killed mid-update must not lose its stage or versions.
     m_ini->sync();
     Logger::LogInfo(QString::fromLatin1(Const::SerializerTag),
-                    QStringLiteral("save key is %1, value is %2").arg(key, value));
+        QStringLiteral("save key is %1, value is %2").arg(key, value));
 }
 
 void Serializer::WriteDefault(const char* name, const QVariant& value)
