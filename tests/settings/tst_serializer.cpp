@@ -1,0 +1,248 @@
+#include "TestRegistry.h"
+
+#include "core/Constants.h"
+#include "settings/Cryptor.h"
+#include "settings/Serializer.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+#include <QtTest>
+
+using namespace Morvantix;
+
+// The settings file lives beside the program, so every test starts without one and removes the one
+// it made.
+class TestSerializer : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void missingFileGetsDefaults();
+    void storedValuesAreRead_data();
+    void storedValuesAreRead();
+    void emptyStageReadsAsInitStage();
+    void saveThenReadRoundTrips();
+    void nonAsciiPathsSurvive();
+    void singleKeys();
+    void cryptorTransformsNothing();
+
+private:
+    QString configPath() const
+    {
+        return QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("config.ini"));
+    }
+    void writeConfig(const QByteArray& text)
+    {
+        QFile file(configPath());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(text);
+    }
+    QStringList storedKeys() const
+    {
+        QSettings ini(configPath(), QSettings::IniFormat);
+        QStringList keys = ini.allKeys();
+        keys.sort();
+        return keys;
+    }
+};
+
+void TestSerializer::init()
+{
+    QFile::remove(configPath());
+}
+
+void TestSerializer::cleanup()
+{
+    QFile::remove(configPath());
+}
+
+void TestSerializer::missingFileGetsDefaults()
+{
+    UpdateSetting s;
+    {
+        Serializer serializer;
+        serializer.ReadSetting(s);
+    }
+    const QString appDir = QCoreApplication::applicationDirPath();
+    QCOMPARE(s.installPath, appDir);
+    QCOMPARE(s.gamePath, appDir + QStringLiteral("/MorvantixGame"));
+    QCOMPARE(s.cachePath, appDir + QStringLiteral("/MorvantixCache"));
+    QCOMPARE(s.unZipPath, appDir + QStringLiteral("/MorvantixCache/UnZip"));
+    QCOMPARE(s.tempMergePath, appDir + QStringLiteral("/MorvantixCache/TempMerge"));
+    QVERIFY(s.currentGameVersion.isEmpty());
+    QCOMPARE(s.currentStage, QStringLiteral("INITSTAGE"));
+    QVERIFY(!s.bPatchFinished);
+    QVERIFY(s.isOpenBgMusic);
+    QVERIFY(!s.isAutoStart);
+    QCOMPARE(s.limitSpeed, -1);
+    QCOMPARE(s.musicVolume, 50);
+    QCOMPARE(s.musicLanguage, QStringLiteral("chinese"));
+    QVERIFY(s.loginServer.isEmpty());
+
+    // Exactly the switches with written defaults; no path, version, stage or server key.
+    const QStringList expected {"IsAutoStart",         "IsMinWhenCloseLauncher", "IsOpenBgMusic",
+                                "IsPopWhenQuitGame",   "IsSkipInstallPlugin",    "LimitSpeed",
+                                "MusicLanguage",       "MusicVolume",            "NewAgreementCheckedFlag",
+                                "SystemExplorer"};
+    QCOMPARE(storedKeys(), expected);
+    QSettings ini(configPath(), QSettings::IniFormat);
+    QCOMPARE(ini.value(QStringLiteral("IsOpenBgMusic")).toString(), QStringLiteral("true"));
+    QCOMPARE(ini.value(QStringLiteral("LimitSpeed")).toString(), QStringLiteral("-1"));
+}
+
+void TestSerializer::storedValuesAreRead_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<QVariant>("expected");
+    QTest::addRow("music off stays off") << QByteArray("IsOpenBgMusic=false") << "isOpenBgMusic" << QVariant(false);
+    QTest::addRow("auto start on") << QByteArray("IsAutoStart=true") << "isAutoStart" << QVariant(true);
+    QTest::addRow("limit") << QByteArray("LimitSpeed=2048") << "limitSpeed" << QVariant(2048);
+    QTest::addRow("volume zero") << QByteArray("MusicVolume=0") << "musicVolume" << QVariant(0);
+    QTest::addRow("language") << QByteArray("MusicLanguage=english") << "musicLanguage" << QVariant("english");
+    QTest::addRow("patch finished") << QByteArray("bPatchFinished=true") << "bPatchFinished" << QVariant(true);
+    QTest::addRow("login server") << QByteArray("LoginServer=http://login") << "loginServer"
+                                  << QVariant("http://login");
+}
+
+void TestSerializer::storedValuesAreRead()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(QString, field);
+    QFETCH(QVariant, expected);
+    writeConfig("[General]\n" + line + "\n");
+    UpdateSetting s;
+    Serializer().ReadSetting(s);
+    const QMap<QString, QVariant> fields {
+        {"isOpenBgMusic", s.isOpenBgMusic}, {"isAutoStart", s.isAutoStart},     {"limitSpeed", s.limitSpeed},
+        {"musicVolume", s.musicVolume},     {"musicLanguage", s.musicLanguage}, {"bPatchFinished", s.bPatchFinished},
+        {"loginServer", s.loginServer}};
+    QCOMPARE(fields.value(field), expected);
+}
+
+void TestSerializer::emptyStageReadsAsInitStage()
+{
+    writeConfig("[General]\nCurrentStage=\nCurrentGameVersion=1.0.0.1\n");
+    UpdateSetting s;
+    Serializer().ReadSetting(s);
+    QCOMPARE(s.currentStage, QStringLiteral("INITSTAGE"));
+    QCOMPARE(s.currentGameVersion, QStringLiteral("1.0.0.1"));
+    QSettings ini(configPath(), QSettings::IniFormat);
+    QVERIFY(ini.contains(QStringLiteral("CurrentStage")));
+    QCOMPARE(ini.value(QStringLiteral("CurrentStage")).toString(), QString());
+}
+
+void TestSerializer::saveThenReadRoundTrips()
+{
+    writeConfig("[General]\nLoginServer=http://login\nGuideServer=http://guide\n");
+    UpdateSetting saved;
+    saved.installPath = QStringLiteral("/opt/games/launcher");
+    saved.gamePath = QStringLiteral("/opt/games/launcher/Game");
+    saved.currentGameVersion = QStringLiteral("1.0.0.2");
+    saved.transitionGameVersion = QStringLiteral("1.0.0.3");
+    saved.targetGameVersion = QStringLiteral("1.0.0.4");
+    saved.currentStage = QStringLiteral("PATCHSTAGE");
+    saved.bPatchFinished = true;
+    saved.isOpenBgMusic = false;
+    saved.isAutoStart = true;
+    saved.isPopWhenQuitGame = true;
+    saved.isMinWhenCloseLauncher = true;
+    saved.isSkipInstallPlugin = true;
+    saved.limitSpeed = 512;
+    saved.musicVolume = 7;
+    saved.musicLanguage = QStringLiteral("japanese");
+    saved.systemExplorer = true;
+    saved.newAgreementCheckedFlag = true;
+    saved.loginServer = QStringLiteral("never saved");
+    Serializer().SaveSetting(saved);
+    QCOMPARE(saved.cachePath, QStringLiteral("/opt/games/launcher/MorvantixCache"));
+
+    UpdateSetting read;
+    Serializer().ReadSetting(read);
+    QCOMPARE(read.installPath, saved.installPath);
+    QCOMPARE(read.gamePath, saved.gamePath);
+    QCOMPARE(read.cachePath, saved.cachePath);
+    QCOMPARE(read.unZipPath, saved.unZipPath);
+    QCOMPARE(read.currentGameVersion, saved.currentGameVersion);
+    QCOMPARE(read.transitionGameVersion, saved.transitionGameVersion);
+    QCOMPARE(read.targetGameVersion, saved.targetGameVersion);
+    QCOMPARE(read.currentStage, saved.currentStage);
+    QCOMPARE(read.bPatchFinished, true);
+    QCOMPARE(read.isOpenBgMusic, false);
+    QCOMPARE(read.isAutoStart, true);
+    QCOMPARE(read.isPopWhenQuitGame, true);
+    QCOMPARE(read.isMinWhenCloseLauncher, true);
+    QCOMPARE(read.isSkipInstallPlugin, true);
+    QCOMPARE(read.limitSpeed, 512);
+    QCOMPARE(read.musicVolume, 7);
+    QCOMPARE(read.musicLanguage, saved.musicLanguage);
+    QCOMPARE(read.systemExplorer, true);
+    QCOMPARE(read.newAgreementCheckedFlag, true);
+    QCOMPARE(read.loginServer, QStringLiteral("http://login"));
+    QCOMPARE(read.guideServer, QStringLiteral("http://guide"));
+}
+
+void TestSerializer::nonAsciiPathsSurvive()
+{
+    UpdateSetting saved;
+    saved.installPath = QStringLiteral("D:/游戏/启动器");
+    saved.gamePath = QStringLiteral("D:/游戏/启动器/游戏本体");
+    saved.currentStage = QStringLiteral("INITSTAGE");
+    saved.musicLanguage = QStringLiteral("中文");
+    Serializer().SaveSetting(saved);
+
+    QFile raw(configPath());
+    QVERIFY(raw.open(QIODevice::ReadOnly));
+    const QByteArray bytes = raw.readAll();
+    // Stored as readable UTF-8, not as escapes.
+    QVERIFY2(bytes.contains(QStringLiteral("游戏/启动器").toUtf8()), bytes.constData());
+
+    UpdateSetting read;
+    Serializer().ReadSetting(read);
+    QCOMPARE(read.installPath, saved.installPath);
+    QCOMPARE(read.gamePath, saved.gamePath);
+    QCOMPARE(read.cachePath, QStringLiteral("D:/游戏/启动器/MorvantixCache"));
+    QCOMPARE(read.musicLanguage, saved.musicLanguage);
+}
+
+void TestSerializer::singleKeys()
+{
+    Serializer serializer;
+    QVERIFY(serializer.GetValueByKey(QStringLiteral("Channel")).isNull());
+
+    QStringList lines;
+    static QStringList* sink = nullptr;
+    sink = &lines;
+    const QtMessageHandler previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& msg) { sink->append(msg); });
+    serializer.SetValueByKey(QStringLiteral("Channel"), QStringLiteral("渠道A"));
+    qInstallMessageHandler(previous);
+    QVERIFY(lines.contains(QStringLiteral("[SerializerTag]:save key is Channel, value is 渠道A")));
+
+    QCOMPARE(serializer.GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
+    // A copy shares the same settings.
+    Serializer copy = serializer;
+    QCOMPARE(copy.GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
+    // Written through at once: a fresh reader of the file sees it.
+    QCOMPARE(Serializer().GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
+
+    writeConfig("[General]\nLimitSpeed=300\n");
+    QCOMPARE(Serializer().GetValueByKey(QStringLiteral("LimitSpeed")), QStringLiteral("300"));
+}
+
+void TestSerializer::cryptorTransformsNothing()
+{
+    Cryptor cryptor;
+    std::string out = "unchanged";
+    cryptor.Encode("secret", out);
+    QCOMPARE(out, std::string("unchanged"));
+    cryptor.Decode("secret", out);
+    QCOMPARE(out, std::string("unchanged"));
+}
+
+CORE_TEST_CLASS(TestSerializer)
+#include "tst_serializer.moc"
