@@ -20,5 +20,5 @@ struct Registrar
 
 } // namespace TestRegistry
 
-#define CORE_TEST_CLASS(Class) \
+#define CORE_TEST_CLASS(Class)                                                                               \
     static TestRegistry::Registrar s_registrar_##Class([]() -> QObject* { return new Class; });

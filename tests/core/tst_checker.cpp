@@ -60,7 +60,7 @@ void TestChecker::init()
     QVERIFY(m_component);
     m_reports.clear();
     m_component->RegistCallbackFunc([this](CheckCallbackInfo& info) {
-        m_reports.append({info.bComplete, info.bError, info.percent, info.errorPath});
+        m_reports.append({ info.bComplete, info.bError, info.percent, info.errorPath });
     });
 }
 
@@ -84,13 +84,13 @@ void TestChecker::reportsUntilFirstFileInUse_data()
     QTest::addColumn<QStringList>("files");
     QTest::addColumn<int>("heldIndex");
     QTest::addColumn<QList<float>>("progress");
-    QTest::addRow("second of three in use") << QStringList {"a.pak", "b.pak", "c.pak"} << 1
-                                            << QList<float> {1.0f / 3.0f};
-    QTest::addRow("none in use") << QStringList {"a.pak", "sub/b.pak", "sub/深/c.pak", "z.pak"} << -1
-                                 << QList<float> {0.25f, 0.5f, 0.75f, 1.0f};
-    QTest::addRow("first in use") << QStringList {"a游戏.exe", "z.pak"} << 0 << QList<float>();
+    QTest::addRow("second of three in use")
+        << QStringList { "a.pak", "b.pak", "c.pak" } << 1 << QList<float> { 1.0f / 3.0f };
+    QTest::addRow("none in use") << QStringList { "a.pak", "sub/b.pak", "sub/深/c.pak", "z.pak" } << -1
+                                 << QList<float> { 0.25f, 0.5f, 0.75f, 1.0f };
+    QTest::addRow("first in use") << QStringList { "a游戏.exe", "z.pak" } << 0 << QList<float>();
     QTest::addRow("empty folder") << QStringList() << -1 << QList<float>();
-    QTest::addRow("missing folder") << QStringList {"<missing>"} << -1 << QList<float>();
+    QTest::addRow("missing folder") << QStringList { "<missing>" } << -1 << QList<float>();
 }
 
 void TestChecker::reportsUntilFirstFileInUse()
@@ -101,7 +101,7 @@ void TestChecker::reportsUntilFirstFileInUse()
 
     QString folder = m_dir.filePath(QStringLiteral("game"));
     QDir().mkpath(folder);
-    if (files == QStringList {QStringLiteral("<missing>")})
+    if (files == QStringList { QStringLiteral("<missing>") })
         folder = m_dir.filePath(QStringLiteral("no/such/folder"));
     else
         for (const QString& name : files)
@@ -112,7 +112,7 @@ void TestChecker::reportsUntilFirstFileInUse()
     if (heldIndex >= 0) {
         heldPath = QDir(folder).absoluteFilePath(files.at(heldIndex));
         holder.start(QStringLiteral("sh"),
-                     {QStringLiteral("-c"), QStringLiteral("exec 3<\"$0\"; echo ready; exec sleep 60"), heldPath});
+            { QStringLiteral("-c"), QStringLiteral("exec 3<\"$0\"; echo ready; exec sleep 60"), heldPath });
         QVERIFY(holder.waitForReadyRead(5000));
     }
 

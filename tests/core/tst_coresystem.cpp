@@ -66,7 +66,7 @@ void TestCoreSystem::contextIsShared()
 void TestCoreSystem::unregisteredTypesGiveEmptyPointers_data()
 {
     QTest::addColumn<int>("type");
-    for (int type : {0, 1, 4, 5, 7, 11})
+    for (int type : { 0, 1, 4, 5, 7, 11 })
         QTest::addRow("type %d", type) << type;
 }
 

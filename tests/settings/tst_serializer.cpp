@@ -84,10 +84,9 @@ void TestSerializer::missingFileGetsDefaults()
     QVERIFY(s.loginServer.isEmpty());
 
     // Exactly the switches with written defaults; no path, version, stage or server key.
-    const QStringList expected {"IsAutoStart",         "IsMinWhenCloseLauncher", "IsOpenBgMusic",
-                                "IsPopWhenQuitGame",   "IsSkipInstallPlugin",    "LimitSpeed",
-                                "MusicLanguage",       "MusicVolume",            "NewAgreementCheckedFlag",
-                                "SystemExplorer"};
+    const QStringList expected { "IsAutoStart", "IsMinWhenCloseLauncher", "IsOpenBgMusic",
+        "IsPopWhenQuitGame", "IsSkipInstallPlugin", "LimitSpeed", "MusicLanguage", "MusicVolume",
+        "NewAgreementCheckedFlag", "SystemExplorer" };
     QCOMPARE(storedKeys(), expected);
     QSettings ini(configPath(), QSettings::IniFormat);
     QCOMPARE(ini.value(QStringLiteral("IsOpenBgMusic")).toString(), QStringLiteral("true"));
@@ -99,12 +98,15 @@ void TestSerializer::storedValuesAreRead_data()
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QString>("field");
     QTest::addColumn<QVariant>("expected");
-    QTest::addRow("music off stays off") << QByteArray("IsOpenBgMusic=false") << "isOpenBgMusic" << QVariant(false);
+    QTest::addRow("music off stays off")
+        << QByteArray("IsOpenBgMusic=false") << "isOpenBgMusic" << QVariant(false);
     QTest::addRow("auto start on") << QByteArray("IsAutoStart=true") << "isAutoStart" << QVariant(true);
     QTest::addRow("limit") << QByteArray("LimitSpeed=2048") << "limitSpeed" << QVariant(2048);
     QTest::addRow("volume zero") << QByteArray("MusicVolume=0") << "musicVolume" << QVariant(0);
-    QTest::addRow("language") << QByteArray("MusicLanguage=english") << "musicLanguage" << QVariant("english");
-    QTest::addRow("patch finished") << QByteArray("bPatchFinished=true") << "bPatchFinished" << QVariant(true);
+    QTest::addRow("language") << QByteArray("MusicLanguage=english") << "musicLanguage"
+                              << QVariant("english");
+    QTest::addRow("patch finished") << QByteArray("bPatchFinished=true") << "bPatchFinished"
+                                    << QVariant(true);
     QTest::addRow("login server") << QByteArray("LoginServer=http://login") << "loginServer"
                                   << QVariant("http://login");
 }
@@ -117,10 +119,10 @@ void TestSerializer::storedValuesAreRead()
     writeConfig("[General]\n" + line + "\n");
     UpdateSetting s;
     Serializer().ReadSetting(s);
-    const QMap<QString, QVariant> fields {
-        {"isOpenBgMusic", s.isOpenBgMusic}, {"isAutoStart", s.isAutoStart},     {"limitSpeed", s.limitSpeed},
-        {"musicVolume", s.musicVolume},     {"musicLanguage", s.musicLanguage}, {"bPatchFinished", s.bPatchFinished},
-        {"loginServer", s.loginServer}};
+    const QMap<QString, QVariant> fields { { "isOpenBgMusic", s.isOpenBgMusic },
+        { "isAutoStart", s.isAutoStart }, { "limitSpeed", s.limitSpeed }, { "musicVolume", s.musicVolume },
+        { "musicLanguage", s.musicLanguage }, { "bPatchFinished", s.bPatchFinished },
+        { "loginServer", s.loginServer } };
     QCOMPARE(fields.value(field), expected);
 }
 
