@@ -58,12 +58,8 @@ class TestFileUtils : public QObject
 {
     Q_OBJECT
 private slots:
-    void combinePath_data();
-    void combinePath();
-    void parentPath_data();
-    void parentPath();
-    void relativePath_data();
-    void relativePath();
+    void pathHelpers_data();
+    void pathHelpers();
     void ignoreFile_data();
     void ignoreFile();
 
@@ -91,89 +87,86 @@ private:
     QTemporaryDir m_dir;
 };
 
-void TestFileUtils::combinePath_data()
+void TestFileUtils::pathHelpers_data()
 {
+    QTest::addColumn<QString>("function");
     QTest::addColumn<QString>("a");
     QTest::addColumn<QString>("b");
     QTest::addColumn<QString>("expected");
-    QTest::addRow("backslashes and leading slash") << "a\\b"
-                                                   << "/c"
-                                                   << "a/b/c";
-    QTest::addRow("only one leading slash dropped") << "a/"
-                                                    << "//c"
-                                                    << "a//c";
-    QTest::addRow("plain") << "C:/game"
-                           << "x.txt"
-                           << "C:/game/x.txt";
-    QTest::addRow("empty base") << ""
-                                << "x"
-                                << "/x";
-    QTest::addRow("url") << "http://host:9099"
-                         << "channel/1.0.0.2"
-                         << "http://host:9099/channel/1.0.0.2";
-    QTest::addRow("chinese") << "D:\\游戏"
-                             << "\\缓存\\a.7z"
-                             << "D:/游戏/缓存/a.7z";
+    QTest::addRow("combine: backslashes, leading slash") << "combine"
+                                                         << "a\\b"
+                                                         << "/c"
+                                                         << "a/b/c";
+    QTest::addRow("combine: one leading slash dropped") << "combine"
+                                                        << "a/"
+                                                        << "//c"
+                                                        << "a//c";
+    QTest::addRow("combine: empty base") << "combine"
+                                         << ""
+                                         << "x"
+                                         << "/x";
+    QTest::addRow("combine: url") << "combine"
+                                  << "http://h:9099"
+                                  << "ch/1.0.0.2"
+                                  << "http://h:9099/ch/1.0.0.2";
+    QTest::addRow("combine: chinese") << "combine"
+                                      << "D:\\游戏"
+                                      << "\\缓存\\a.7z"
+                                      << "D:/游戏/缓存/a.7z";
+    QTest::addRow("parent: file") << "parent"
+                                  << "C:/a/b/f.txt"
+                                  << ""
+                                  << "C:/a/b/";
+    QTest::addRow("parent: trailing slash") << "parent"
+                                            << "a/b/"
+                                            << ""
+                                            << "a/";
+    QTest::addRow("parent: several separators") << "parent"
+                                                << "a/b\\\\//"
+                                                << ""
+                                                << "a/";
+    QTest::addRow("parent: later backslash") << "parent"
+                                             << "C:/a\\b\\f.txt"
+                                             << ""
+                                             << "C:/a\\b\\";
+    QTest::addRow("parent: bare name") << "parent"
+                                       << "name"
+                                       << ""
+                                       << "name";
+    QTest::addRow("parent: empty") << "parent"
+                                   << ""
+                                   << ""
+                                   << "";
+    QTest::addRow("relative: windows path") << "relative"
+                                            << "C:/game"
+                                            << "C:\\game\\x\\y.txt"
+                                            << "x/y.txt";
+    QTest::addRow("relative: base not found") << "relative"
+                                              << "D:/o"
+                                              << "C:\\game\\x.txt"
+                                              << "C:/game/x.txt";
+    QTest::addRow("relative: last occurrence") << "relative"
+                                               << "/g"
+                                               << "/g/a/g/b"
+                                               << "b";
+    QTest::addRow("relative: case-sensitive") << "relative"
+                                              << "C:/Game"
+                                              << "C:/game/x"
+                                              << "C:/game/x";
 }
 
-void TestFileUtils::combinePath()
+void TestFileUtils::pathHelpers()
 {
+    QFETCH(QString, function);
     QFETCH(QString, a);
     QFETCH(QString, b);
     QFETCH(QString, expected);
-    QCOMPARE(QFileUtils::CombinePath(a, b), expected);
-}
-
-void TestFileUtils::parentPath_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("expected");
-    QTest::addRow("file") << "C:/a/b/f.txt"
-                          << "C:/a/b/";
-    QTest::addRow("trailing slash") << "a/b/"
-                                    << "a/";
-    QTest::addRow("several trailing separators") << "a/b\\\\//"
-                                                 << "a/";
-    QTest::addRow("backslash later than slash") << "C:/a\\b\\f.txt"
-                                                << "C:/a\\b\\";
-    QTest::addRow("bare name") << "name"
-                               << "name";
-    QTest::addRow("empty") << ""
-                           << "";
-}
-
-void TestFileUtils::parentPath()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, expected);
-    QCOMPARE(QFileUtils::GetParentPath(path), expected);
-}
-
-void TestFileUtils::relativePath_data()
-{
-    QTest::addColumn<QString>("base");
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("expected");
-    QTest::addRow("windows path") << "C:/game"
-                                  << "C:\\game\\x\\y.txt"
-                                  << "x/y.txt";
-    QTest::addRow("base not found") << "D:/other"
-                                    << "C:\\game\\x.txt"
-                                    << "C:/game/x.txt";
-    QTest::addRow("last occurrence") << "/g"
-                                     << "/g/a/g/b"
-                                     << "b";
-    QTest::addRow("case-sensitive") << "C:/Game"
-                                    << "C:/game/x"
-                                    << "C:/game/x";
-}
-
-void TestFileUtils::relativePath()
-{
-    QFETCH(QString, base);
-    QFETCH(QString, path);
-    QFETCH(QString, expected);
-    QCOMPARE(QFileUtils::AbsoluteToRelativePath(base, path), expected);
+    if (function == QLatin1String("combine"))
+        QCOMPARE(QFileUtils::CombinePath(a, b), expected);
+    else if (function == QLatin1String("parent"))
+        QCOMPARE(QFileUtils::GetParentPath(a), expected);
+    else
+        QCOMPARE(QFileUtils::AbsoluteToRelativePath(a, b), expected);
 }
 
 void TestFileUtils::ignoreFile_data()
