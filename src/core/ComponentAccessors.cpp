@@ -2,19 +2,24 @@
 
 #include "core/CheckComponent.h"
 #include "core/CoreSystem.h"
+#include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
 
 namespace Morvantix {
 
 namespace {
 
-template<typename Component>
-std::shared_ptr<Component> componentOf(EComponentType type)
+template <typename Component> std::shared_ptr<Component> componentOf(EComponentType type)
 {
     return std::dynamic_pointer_cast<Component>(CoreSystem::GetCoreSystemInst()->GetComponent(type));
 }
 
 } // namespace
+
+std::shared_ptr<DownloadComponent> GetDownloadComponent()
+{
+    return componentOf<DownloadComponent>(EComponentType::Download);
+}
 
 std::shared_ptr<SerializeComponent> GetSerializeComponent()
 {
