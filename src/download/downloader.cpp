@@ -69,6 +69,7 @@ void downloader::ReStartDownload()
     request.setRawHeader("Accept-Encoding", "identity");
 
     m_bytesReceived = 0;
+    m_bytesToSkip = -1;
     Logger::LogInfo(kManagerTag,
         QStringLiteral("download url is %1, received bytes=%2")
             .arg(m_downloadUrl.toString())
@@ -102,10 +103,34 @@ qint64 downloader::BytesMissing() const
     return m_fileSize - m_bytesExisting - m_bytesReceived;
 }
 
+bool downloader::CarriesFileData() const
+{
+    // An error page is not part of the file: writing it would corrupt the file, and counting it as
+    // arrived data would let a failing server restart the job forever.
+    const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    return !status.isValid() || status.toInt() < 400;
+}
+
+void downloader::SkipBytesBeforeOffset()
+{
+    if (m_bytesToSkip < 0) {
+        const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        // A full answer to a ranged request starts at byte 0, not at the resume offset.
+        m_bytesToSkip = (status == 200 && m_bytesExisting > 0) ? m_bytesExisting : 0;
+    }
+    while (m_bytesToSkip > 0 && m_reply->bytesAvailable() > 0) {
+        const qint64 skipped = m_reply->skip(m_bytesToSkip);
+        if (skipped <= 0)
+            break;
+        m_bytesToSkip -= skipped;
+    }
+}
+
 qint64 downloader::TransferData(qint64 maxBytes)
 {
-    if (!m_reply)
+    if (!m_reply || !CarriesFileData())
         return 0;
+    SkipBytesBeforeOffset();
 
     const QByteArray data = m_reply->read(qMax<qint64>(0, qMin(maxBytes, BytesMissing())));
     const qint64 read = data.size();
@@ -128,7 +153,10 @@ qint64 downloader::TransferData(qint64 maxBytes)
 
 qint64 downloader::BytesAvailable() const
 {
-    return m_reply ? m_reply->bytesAvailable() : 0;
+    if (!m_reply || !CarriesFileData())
+        return 0;
+    const qint64 skipped = qMax<qint64>(0, m_bytesToSkip);
+    return qMax<qint64>(0, m_reply->bytesAvailable() - skipped);
 }
 
 bool downloader::IsComplete() const
@@ -150,7 +178,8 @@ void downloader::Release()
 
 void downloader::OnReadyToTransfer()
 {
-    emit ReadyToTransfer();
+    if (CarriesFileData())
+        emit ReadyToTransfer();
 }
 
 void downloader::OnFinished()

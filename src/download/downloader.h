@@ -55,6 +55,8 @@ private:
     void CloseFile();
     void ReleaseReply();
     qint64 BytesMissing() const;
+    bool CarriesFileData() const;
+    void SkipBytesBeforeOffset();
 
     qint64* m_pBytesTotalReceived;
     QString m_filePath;
@@ -65,4 +67,6 @@ private:
     qint64 m_bytesReceived = 0;
     qint64 m_fileSize = 0;
     qint64 m_bytesExisting = 0;
+    // Bytes at the head of a response that ignored "Range": the file already has them.
+    qint64 m_bytesToSkip = -1; // -1 until the response's status is known
 };
