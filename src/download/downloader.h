@@ -69,4 +69,5 @@ private:
     qint64 m_bytesExisting = 0;
     // Bytes at the head of a response that ignored "Range": the file already has them.
     qint64 m_bytesToSkip = -1; // -1 until the response's status is known
+    QByteArray m_buffer;
 };

@@ -143,7 +143,8 @@ void TestContentFetch::textSplitBetweenReadsStaysWhole()
     trickle.chunkDelayMs = 2;
     m_server->setRoute("/notice.txt", text.toUtf8(), trickle);
     Answer answer;
-    GetDownloadComponent()->GetContentByUrl(m_server->url("/notice.txt"), recordInto(answer), QString(), false);
+    GetDownloadComponent()->GetContentByUrl(
+        m_server->url("/notice.txt"), recordInto(answer), QString(), false);
     QTRY_COMPARE(answer.calls, 1);
     QCOMPARE(answer.code, 0);
     QCOMPARE(answer.content, text);
@@ -158,7 +159,8 @@ void TestContentFetch::failedAttemptsAreRetried()
     m_server->setRoute("/manifest.txt", "1.0.0.2|patch.zip");
     m_server->setFirstBehaviours("/manifest.txt", { failing, silent, failing });
     Answer answer;
-    GetDownloadComponent()->GetContentByUrl(m_server->url("/manifest.txt"), recordInto(answer), QString(), false);
+    GetDownloadComponent()->GetContentByUrl(
+        m_server->url("/manifest.txt"), recordInto(answer), QString(), false);
 
     QTRY_COMPARE_WITH_TIMEOUT(answer.calls, 1, 5000);
     QCOMPARE(answer.code, 0);
@@ -187,7 +189,8 @@ void TestContentFetch::persistentFailureEndsWithItsCode()
     behaviour.status = status;
     m_server->setRoute("/info.json", "{}", behaviour);
     Answer answer;
-    GetDownloadComponent()->GetContentByUrl(m_server->url("/info.json"), recordInto(answer), QString(), false);
+    GetDownloadComponent()->GetContentByUrl(
+        m_server->url("/info.json"), recordInto(answer), QString(), false);
 
     // Five attempts of 500 ms with 100 ms between them.
     QTRY_COMPARE_WITH_TIMEOUT(answer.calls, 1, 6000);
