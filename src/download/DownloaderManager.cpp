@@ -45,7 +45,7 @@ DownloaderManager::DownloaderManager(QObject* parent)
     m_restartTimer->setSingleShot(true);
     connect(m_timeoutTimer.data(), &QTimer::timeout, this, &DownloaderManager::onTimeout);
     connect(m_speedTimer.data(), &QTimer::timeout, this, &DownloaderManager::onCalcSpeed);
-    connect(m_restartTimer.data(), &QTimer::timeout, this, &DownloaderManager::onRestartTimeout);
+    connect(m_restartTimer.data(), &QTimer::timeout, this, &DownloaderManager::RestartAfterFailure);
     Logger::LogInfo(kTag, QStringLiteral("Downloader Constructor"));
 }
 
@@ -233,11 +233,11 @@ void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString
         return;
     switch (code) {
     case ErrorCode::FileFinished:
-        releaseFinishedTransfer(filename);
+        ReleaseFinishedTransfer(filename);
         StartNextDownload();
         break;
     case ErrorCode::NetworkFailed:
-        onNetworkFailure(errStr);
+        HandleNetworkFailure(errStr);
         break;
     default:
         onError(code, QString());
@@ -245,7 +245,7 @@ void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString
     }
 }
 
-void DownloaderManager::releaseFinishedTransfer(const QString& filename)
+void DownloaderManager::ReleaseFinishedTransfer(const QString& filename)
 {
     for (int i = 0; i < m_downloaderList.size(); ++i) {
         if (m_downloaderList.at(i)->GetFilePath() == filename) {
@@ -256,7 +256,7 @@ void DownloaderManager::releaseFinishedTransfer(const QString& filename)
     }
 }
 
-void DownloaderManager::onNetworkFailure(const QString& errStr)
+void DownloaderManager::HandleNetworkFailure(const QString& errStr)
 {
     // Before any byte arrived the server or the address is at fault, and retrying will not help.
     if (!m_bDataArrived) {
@@ -285,7 +285,7 @@ void DownloaderManager::onNetworkFailure(const QString& errStr)
     onError(ErrorCode::NetworkFailed, errStr);
 }
 
-void DownloaderManager::onRestartTimeout()
+void DownloaderManager::RestartAfterFailure()
 {
     qDebug() << "timeout"
              << "start download";
@@ -341,7 +341,7 @@ void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
     m_callbackInfo.bComplete = false;
     m_callbackInfo.errorCode = errorCodem;
     ReleaseDownloaderList();
-    reportToCallback();
+    ReportToCallback();
 }
 
 void DownloaderManager::FinishDownload()
@@ -355,15 +355,15 @@ void DownloaderManager::FinishDownload()
     m_bStop = true;
     ReleaseDownloaderList();
     // The last sample may be up to a second old; the completion carries what is on disk now.
-    takeBytesSinceLastSample();
-    fillProgress();
+    TakeBytesSinceLastSample();
+    FillProgress();
     m_callbackInfo.bError = false;
     m_callbackInfo.bComplete = true;
     m_callbackInfo.totalBytes = m_totalSize;
-    reportToCallback();
+    ReportToCallback();
 }
 
-void DownloaderManager::reportToCallback()
+void DownloaderManager::ReportToCallback()
 {
     if (m_callback)
         m_callback(m_callbackInfo);

@@ -77,21 +77,21 @@ private:
     void ClearRecordSpeed();
     void PrivateSetSpeedLimit();
 
-    void onRestartTimeout();
-    void onNetworkFailure(const QString& errStr);
-    void releaseFinishedTransfer(const QString& filename);
-    void takeBytesSinceLastSample();
-    void fillProgress();
-    void reportToCallback();
-    qint64 transferBudget(qint64 msecs) const;
-    qint64 elapsedSinceLastTransfer();
+    void RestartAfterFailure();
+    void HandleNetworkFailure(const QString& errStr);
+    void ReleaseFinishedTransfer(const QString& filename);
+    void TakeBytesSinceLastSample();
+    void FillProgress();
+    void ReportToCallback();
+    qint64 TransferBudget(qint64 msecs) const;
+    qint64 ElapsedSinceLastTransfer();
 
-    void onContentTimeout(int index);
-    void onContentFinished(int index);
-    void completeContentAttempt(int index, int error, const QString& errorString, const QString& firstHeader);
-    void quitContentLoop(int index);
-    QNetworkRequest fetchRequest(const QUrl& url) const;
-    static QString withTimestamp(const QString& url);
+    void ContentAttemptTimedOut(int index);
+    void ContentAttemptFinished(int index);
+    void CompleteContentAttempt(int index, int error, const QString& errorString, const QString& firstHeader);
+    void QuitContentLoop(int index);
+    QNetworkRequest FetchRequest(const QUrl& url) const;
+    static QString WithTimestamp(const QString& url);
 
     static DownloaderManager* m_pDownloaderInstance;
 

@@ -49,7 +49,7 @@ QString networkErrorName(int error)
 
 } // namespace
 
-QString DownloaderManager::withTimestamp(const QString& url)
+QString DownloaderManager::WithTimestamp(const QString& url)
 {
     const uint seconds = static_cast<uint>(QDateTime::currentSecsSinceEpoch());
     const QString pattern = url.contains(QLatin1Char('?')) ? QStringLiteral("%1&timestamp=%2")
@@ -57,7 +57,7 @@ QString DownloaderManager::withTimestamp(const QString& url)
     return pattern.arg(url).arg(seconds);
 }
 
-QNetworkRequest DownloaderManager::fetchRequest(const QUrl& url) const
+QNetworkRequest DownloaderManager::FetchRequest(const QUrl& url) const
 {
     QNetworkRequest request(url);
     // Redirects are followed, but never from https to http.
@@ -91,7 +91,7 @@ void DownloaderManager::GetContentByUrl(
     ContentRequest slot;
     slot.content = QStringLiteral("");
     slot.retryCount = 0;
-    slot.url = QUrl::fromUserInput(withTimestamp(url));
+    slot.url = QUrl::fromUserInput(WithTimestamp(url));
     slot.index = m_contentList.size();
     slot.callback = std::move(callback);
     slot.postData = postData;
@@ -100,7 +100,7 @@ void DownloaderManager::GetContentByUrl(
     slot.bUsed = true;
     slot.bSync = sync;
     const int index = slot.index;
-    connect(slot.timer, &QTimer::timeout, this, [this, index] { onContentTimeout(index); });
+    connect(slot.timer, &QTimer::timeout, this, [this, index] { ContentAttemptTimedOut(index); });
     m_contentList.append(slot);
 
     PrivateGetContentByUrl(index);
@@ -111,7 +111,7 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     ResetAccessible();
     // Slots are reached by index only: a nested event loop may grow the list under our feet.
     ContentRequest& slot = m_contentList[index];
-    const QNetworkRequest request = fetchRequest(slot.url);
+    const QNetworkRequest request = FetchRequest(slot.url);
     Logger::LogInfo(QStringLiteral("Downloader"),
         QStringLiteral("download content from url is %1").arg(slot.url.toString()));
 
@@ -130,7 +130,7 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
         const QByteArray pending = reply->peek(reply->bytesAvailable());
         m_contentList[index].content += QString::fromUtf8(reply->read(completeUtf8Length(pending)));
     });
-    connect(reply, &QNetworkReply::finished, this, [this, index] { onContentFinished(index); });
+    connect(reply, &QNetworkReply::finished, this, [this, index] { ContentAttemptFinished(index); });
     if (!slot.bSync)
         return;
 
@@ -140,7 +140,7 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     loop->exec();
 }
 
-void DownloaderManager::onContentTimeout(int index)
+void DownloaderManager::ContentAttemptTimedOut(int index)
 {
     qDebug() << QStringLiteral("the %1 timer is timeout!").arg(index);
     if (index >= m_contentList.size())
@@ -152,11 +152,11 @@ void DownloaderManager::onContentTimeout(int index)
     slot.bTimeout = true;
     // A dropped reply is not guaranteed to say "finished", so the attempt is ended here.
     slot.ReleaseReply();
-    completeContentAttempt(
+    CompleteContentAttempt(
         index, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"), QString());
 }
 
-void DownloaderManager::onContentFinished(int index)
+void DownloaderManager::ContentAttemptFinished(int index)
 {
     ContentRequest& slot = m_contentList[index];
     QNetworkReply* reply = slot.reply;
@@ -171,10 +171,10 @@ void DownloaderManager::onContentFinished(int index)
         : QStringLiteral("%1 : %2").arg(
             QString::fromLatin1(headers.first().first), QString::fromLatin1(headers.first().second));
     slot.ReleaseReply();
-    completeContentAttempt(index, error, errorString, firstHeader);
+    CompleteContentAttempt(index, error, errorString, firstHeader);
 }
 
-void DownloaderManager::quitContentLoop(int index)
+void DownloaderManager::QuitContentLoop(int index)
 {
     ContentRequest& slot = m_contentList[index];
     if (!slot.eventLoop)
@@ -183,13 +183,13 @@ void DownloaderManager::quitContentLoop(int index)
     slot.eventLoop.reset();
 }
 
-void DownloaderManager::completeContentAttempt(
+void DownloaderManager::CompleteContentAttempt(
     int index, int error, const QString& errorString, const QString& firstHeader)
 {
     ContentRequest& slot = m_contentList[index];
     if (slot.timer)
         slot.timer->stop();
-    quitContentLoop(index);
+    QuitContentLoop(index);
     qDebug() << "error" << networkErrorName(error) << errorString;
 
     if (error != QNetworkReply::NoError && slot.retryCount <= m_maxTimeoutRetry) {
@@ -224,7 +224,7 @@ void DownloaderManager::GetImageByUrl(QString url, std::function<void(const char
             return;
         Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("image url is %1").arg(url));
         QNetworkReply* reply
-            = self->m_networkManager->get(self->fetchRequest(QUrl::fromUserInput(withTimestamp(url))));
+            = self->m_networkManager->get(self->FetchRequest(QUrl::fromUserInput(WithTimestamp(url))));
         QObject::connect(reply, &QNetworkReply::finished, self, [reply, callback] {
             reply->deleteLater();
             if (reply->error() != QNetworkReply::NoError)

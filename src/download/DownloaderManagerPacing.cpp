@@ -58,7 +58,7 @@ void DownloaderManager::scheduleTransfer()
     QTimer::singleShot(kTransferTickMs, this, &DownloaderManager::transfer);
 }
 
-qint64 DownloaderManager::elapsedSinceLastTransfer()
+qint64 DownloaderManager::ElapsedSinceLastTransfer()
 {
     if (!m_transferClock.isValid()) {
         m_transferClock.start();
@@ -71,7 +71,7 @@ qint64 DownloaderManager::elapsedSinceLastTransfer()
     return msecs;
 }
 
-qint64 DownloaderManager::transferBudget(qint64 msecs) const
+qint64 DownloaderManager::TransferBudget(qint64 msecs) const
 {
     if (m_limitSpeed == -1)
         return msecs * kUnlimitedBytesPerSecond / 1000;
@@ -85,8 +85,8 @@ void DownloaderManager::transfer()
     if (m_bStop)
         return;
 
-    const qint64 msecs = elapsedSinceLastTransfer();
-    qint64 budget = transferBudget(msecs);
+    const qint64 msecs = ElapsedSinceLastTransfer();
+    qint64 budget = TransferBudget(msecs);
     m_transferBudget = budget;
     m_transferElapsed += msecs;
     if (budget == 0) {
@@ -138,13 +138,13 @@ void DownloaderManager::transfer()
         scheduleTransfer();
 }
 
-void DownloaderManager::takeBytesSinceLastSample()
+void DownloaderManager::TakeBytesSinceLastSample()
 {
     m_bytesCurrentTotalReceived += m_bytesTotalReceived - m_bytesLastSample;
     m_bytesLastSample = m_bytesTotalReceived;
 }
 
-void DownloaderManager::fillProgress()
+void DownloaderManager::FillProgress()
 {
     m_callbackInfo.receivedBytes = m_bytesCurrentTotalReceived;
     m_callbackInfo.totalBytes = m_totalSize;
@@ -181,12 +181,12 @@ void DownloaderManager::onCalcSpeed()
     m_bytesCurrentTotalReceived += delta;
     m_callbackInfo.bError = false;
     m_callbackInfo.bComplete = false;
-    fillProgress();
+    FillProgress();
     qDebug() << m_callbackInfo.receivedBytes << "/" << m_callbackInfo.totalBytes
              << "ProgValue   ---------------" << m_callbackInfo.percent;
 
     if (m_callbackInfo.speed > 0)
         m_callbackInfo.remainTime = static_cast<int>(
             (m_callbackInfo.totalBytes - m_callbackInfo.receivedBytes) / m_callbackInfo.speed);
-    reportToCallback();
+    ReportToCallback();
 }
