@@ -2,6 +2,7 @@
 
 #include "core/CheckComponent.h"
 #include "core/CoreSystem.h"
+#include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
 
 namespace Morvantix {
@@ -14,6 +15,11 @@ template <typename Component> std::shared_ptr<Component> componentOf(EComponentT
 }
 
 } // namespace
+
+std::shared_ptr<DownloadComponent> GetDownloadComponent()
+{
+    return componentOf<DownloadComponent>(EComponentType::Download);
+}
 
 std::shared_ptr<SerializeComponent> GetSerializeComponent()
 {

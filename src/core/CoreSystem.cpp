@@ -1,6 +1,7 @@
 #include "core/CoreSystem.h"
 
 #include "core/CheckComponent.h"
+#include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
 
 #include <QDebug>
@@ -11,6 +12,7 @@ CoreSystem::CoreSystem()
 {
     // Registration order is the construction order of the workers; stages that are not built into
     // this library yet have no entry rather than a placeholder.
+    RegistComponent(EComponentType::Download, std::make_shared<DownloadComponent>());
     RegistComponent(EComponentType::Serialize, std::make_shared<SerializeComponent>());
     RegistComponent(EComponentType::Check, std::make_shared<CheckComponent>());
     m_curContext = std::make_shared<GameUpdateContext>();

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+
+// The user-facing failure texts of the download path. They are shown to Chinese-speaking users as
+// they stand, so they live here once rather than in each reporting function.
+namespace DownloadTexts {
+
+inline QString networkFailed()
+{
+    return QStringLiteral("下载失败，请检查网络");
+}
+
+inline QString requestTimedOut()
+{
+    return QStringLiteral("网络请求超时，请检查网络问题");
+}
+
+inline QString diskFull()
+{
+    return QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
+}
+
+} // namespace DownloadTexts

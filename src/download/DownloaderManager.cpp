@@ -1,0 +1,388 @@
+#include "download/DownloaderManager.h"
+
+#include "core/CoreSystem.h"
+#include "core/Timing.h"
+#include "download/DownloadTexts.h"
+#include "download/downloader.h"
+#include "files/QFileUtils.h"
+#include "log/Logger.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QDir>
+#include <QNetworkAccessManager>
+#include <QTimer>
+
+using Morvantix::DownloadFileInfo;
+using Morvantix::ErrorCode;
+using Morvantix::GameUpdateContext;
+
+namespace {
+const QString kTag = QStringLiteral("Downloader");
+const QString kManagerTag = QStringLiteral("DownloadManager");
+constexpr int kMaxRunningTransfers = 5;
+constexpr int kSpeedSampleMs = 1000;
+} // namespace
+
+DownloaderManager* DownloaderManager::m_pDownloaderInstance = nullptr;
+
+DownloaderManager* DownloaderManager::GetInstance()
+{
+    if (!m_pDownloaderInstance)
+        m_pDownloaderInstance = new DownloaderManager(QCoreApplication::instance());
+    return m_pDownloaderInstance;
+}
+
+DownloaderManager::DownloaderManager(QObject* parent)
+    : QObject(parent)
+    , m_networkManager(new QNetworkAccessManager(this), &QObject::deleteLater)
+    , m_timeoutTimer(new QTimer(this), &QObject::deleteLater)
+    , m_speedTimer(new QTimer(this), &QObject::deleteLater)
+    , m_restartTimer(new QTimer(this), &QObject::deleteLater)
+{
+    qRegisterMetaType<ErrorCode>("Morvantix::ErrorCode");
+    m_timeoutTimer->setSingleShot(true);
+    m_restartTimer->setSingleShot(true);
+    connect(m_timeoutTimer.data(), &QTimer::timeout, this, &DownloaderManager::onTimeout);
+    connect(m_speedTimer.data(), &QTimer::timeout, this, &DownloaderManager::onCalcSpeed);
+    connect(m_restartTimer.data(), &QTimer::timeout, this, &DownloaderManager::RestartAfterFailure);
+    Logger::LogInfo(kTag, QStringLiteral("Downloader Constructor"));
+}
+
+DownloaderManager::~DownloaderManager()
+{
+    for (auto* timer : { &m_timeoutTimer, &m_speedTimer, &m_restartTimer }) {
+        if (*timer) {
+            (*timer)->stop();
+            timer->reset();
+        }
+    }
+    ReleaseDownloaderList();
+    qDeleteAll(m_waitingList);
+    m_waitingList.clear();
+    m_pDownloaderInstance = nullptr;
+}
+
+void DownloaderManager::RegistCallbackFunc(std::function<void(Morvantix::DownloadCallbackInfo&)> callback)
+{
+    m_callback = std::move(callback);
+}
+
+void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
+{
+    ClearRecordSpeed();
+    ResetAccessible();
+    m_bFinished = false;
+    m_bTransferScheduled = false;
+
+    qDeleteAll(m_waitingList);
+    m_waitingList.clear();
+    m_downloadDir = QStringLiteral("");
+    for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
+        Logger::LogInfo(kTag,
+            QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
+                .arg(file.url, file.localPath)
+                .arg(file.size));
+        m_waitingList.append(new DownloadFileInfo(file));
+        if (m_downloadDir.isEmpty())
+            m_downloadDir = QFileUtils::GetParentPath(file.localPath);
+    }
+
+    m_bytesTotalReceived = 0;
+    m_bytesLastSample = 0;
+    m_callbackInfo.speed = 0;
+    m_transferClock.restart();
+    m_lastTransferMs = 0;
+}
+
+void DownloaderManager::CalculateTotalSize(GameUpdateContext& ctx)
+{
+    m_totalSize = 0;
+    m_bytesCurrentTotalReceived = 0;
+    for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
+        m_totalSize += file.size;
+        const qint64 localSize = QFileUtils::GetFileSize(file.localPath);
+        // Longer than the server's file means it is not a prefix of it: resuming would only append
+        // to garbage.
+        if (file.size < localSize)
+            QFileUtils::DeleteFileOrFolder(file.localPath);
+        else
+            m_bytesCurrentTotalReceived += localSize;
+    }
+}
+
+void DownloaderManager::StartDownload(GameUpdateContext& ctx)
+{
+    if (!m_bStop)
+        return;
+    m_bStop = false;
+    m_restartTimer->stop();
+    m_bRestartPending = false;
+    m_timeoutRetryCount = 0;
+    // Data of an earlier job says nothing about this one's server.
+    m_bDataArrived = false;
+    PreStartDownload(ctx);
+
+    QFileUtils::DeleteFileOrFolder(m_downloadDir);
+    QFileUtils::CreateFolder(m_downloadDir);
+    CalculateTotalSize(ctx);
+    StartNextDownload();
+}
+
+void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
+{
+    m_restartTimer->stop();
+    if (m_bRestartPending) {
+        // The transfers are already gone; resuming now is the restart that was waiting.
+        m_bRestartPending = false;
+        m_bStop = true;
+    }
+    if (!m_bStop)
+        return;
+    // The retry count stays: the restart after a network failure comes through here as well.
+    m_bStop = false;
+    m_bTransferScheduled = true;
+    PreStartDownload(ctx);
+    CalculateTotalSize(ctx);
+    if (!m_downloadDir.isEmpty() && !QDir(m_downloadDir).exists())
+        QFileUtils::CreateFolder(m_downloadDir);
+    StartNextDownload();
+}
+
+void DownloaderManager::PauseDownload(GameUpdateContext& ctx)
+{
+    Q_UNUSED(ctx);
+    Logger::LogInfo(kTag,
+        QStringLiteral("PauseDownload m_downloadUrl is %1, file=%2")
+            .arg(m_downloadUrl.toString(), m_filePath));
+    if (m_bStop)
+        return;
+    m_bStop = true;
+    m_bTransferScheduled = false;
+    m_timeoutTimer->stop();
+    m_speedTimer->stop();
+    m_restartTimer->stop();
+    m_bRestartPending = false;
+    ReleaseDownloaderList();
+}
+
+void DownloaderManager::StartNextDownload()
+{
+    // A transfer can still report after the job ended (the write that failed may also have been its
+    // last); nothing may start then.
+    if (m_bStop)
+        return;
+    Logger::LogInfo(
+        kManagerTag, QStringLiteral("downloaderList.size() is %1").arg(GetCurrentDownloaderListSize()));
+    if (GetCurrentDownloaderListSize() >= kMaxRunningTransfers)
+        return;
+
+    if (m_waitingList.isEmpty()) {
+        if (GetCurrentDownloaderListSize() == 0) {
+            Logger::LogInfo(kManagerTag,
+                QStringLiteral("XXX downloaderList.size() is %1").arg(GetCurrentDownloaderListSize()));
+            FinishDownload();
+        }
+        return;
+    }
+
+    const std::unique_ptr<DownloadFileInfo> next(m_waitingList.takeFirst());
+    PrivateStartRequest(QUrl(next->url), next->localPath, next->size);
+}
+
+void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& filePath, qint64 size)
+{
+    m_downloadUrl = url;
+    m_filePath = filePath;
+    m_fileSize = size;
+    const qint64 localSize = QFileUtils::GetFileSize(filePath);
+
+    // Dropping the last reference schedules the deletion: a transfer is often dropped from inside
+    // one of its own signals.
+    QSharedPointer<downloader> transfer(
+        new downloader(this, m_networkManager.data(), &m_bytesTotalReceived), &QObject::deleteLater);
+    connect(transfer.data(), &downloader::ReadyToTransfer, this, &DownloaderManager::onReadyRead);
+    connect(transfer.data(), &downloader::DownloadResult, this, &DownloaderManager::onDownloadResult);
+    m_downloaderList.append(transfer);
+    transfer->SetRequest(filePath, url, size);
+    transfer->ReStartDownload();
+    // A file found complete reports at once, and with it the whole job may have ended.
+    if (m_bStop)
+        return;
+
+    Logger::LogInfo(
+        kTag, QStringLiteral("download url is %1, received bytes=%2").arg(url.toString()).arg(localSize));
+    ClearRecordSpeed();
+    PrivateSetSpeedLimit();
+    if (!m_speedTimer->isActive())
+        m_speedTimer->start(kSpeedSampleMs);
+    m_timeoutTimer->start(Morvantix::Timing::stallTimeoutMs());
+
+    if (GetCurrentDownloaderListSize() < kMaxRunningTransfers)
+        StartNextDownload();
+}
+
+int DownloaderManager::GetCurrentDownloaderListSize() const
+{
+    return m_downloaderList.size();
+}
+
+void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString filename)
+{
+    if (m_bStop)
+        return;
+    switch (code) {
+    case ErrorCode::FileFinished:
+        ReleaseFinishedTransfer(filename);
+        StartNextDownload();
+        break;
+    case ErrorCode::NetworkFailed:
+        HandleNetworkFailure(errStr);
+        break;
+    default:
+        onError(code, QString());
+        break;
+    }
+}
+
+void DownloaderManager::ReleaseFinishedTransfer(const QString& filename)
+{
+    for (int i = 0; i < m_downloaderList.size(); ++i) {
+        if (m_downloaderList.at(i)->GetFilePath() == filename) {
+            m_downloaderList.at(i)->Release();
+            m_downloaderList.removeAt(i);
+            return;
+        }
+    }
+}
+
+void DownloaderManager::HandleNetworkFailure(const QString& errStr)
+{
+    // Before any byte arrived the server or the address is at fault, and retrying will not help.
+    if (!m_bDataArrived) {
+        qDebug() << "timeout"
+                 << "direct";
+        onError(ErrorCode::NetworkFailed, errStr);
+        return;
+    }
+    qDebug() << "timeout"
+             << "startDownloadedFlag" << m_timeoutRetryCount;
+    if (m_timeoutRetryCount <= m_maxTimeoutRetry) {
+        if (m_bRestartPending)
+            return;
+        qDebug() << "timeout"
+                 << "add";
+        ++m_timeoutRetryCount;
+        ReleaseDownloaderList();
+        m_bRestartPending = true;
+        m_restartTimer->start(Morvantix::Timing::restartDelayMs());
+        return;
+    }
+    qDebug() << "timeout"
+             << "onError";
+    m_timeoutRetryCount = 0;
+    m_bDataArrived = false;
+    onError(ErrorCode::NetworkFailed, errStr);
+}
+
+void DownloaderManager::RestartAfterFailure()
+{
+    qDebug() << "timeout"
+             << "start download";
+    m_bRestartPending = false;
+    m_restartTimer->stop();
+    m_bStop = true;
+    // The whole list is rebuilt, so every unfinished file resumes from what it has on disk.
+    const auto ctx = Morvantix::CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+    ResumeDownload(*ctx);
+}
+
+void DownloaderManager::onTimeout()
+{
+    Logger::LogInfo(kTag, QStringLiteral("error is timeout"));
+    onError(ErrorCode::StallTimeout, QString());
+}
+
+void DownloaderManager::onReadyRead()
+{
+    if (m_bStop)
+        return;
+    m_bDataArrived = true;
+    m_timeoutRetryCount = 0;
+    scheduleTransfer();
+}
+
+void DownloaderManager::onError(ErrorCode errorCodem)
+{
+    onError(errorCodem, QString());
+}
+
+void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
+{
+    if (m_bFinished)
+        return;
+    m_bFinished = true;
+    m_timeoutTimer->stop();
+    m_speedTimer->stop();
+    m_restartTimer->stop();
+    m_bRestartPending = false;
+    m_bStop = true;
+
+    if (!errString.isEmpty())
+        m_callbackInfo.errorMsg = errString;
+    else if (errorCodem == ErrorCode::StallTimeout)
+        m_callbackInfo.errorMsg = DownloadTexts::requestTimedOut();
+    else if (errorCodem == ErrorCode::WriteFailed)
+        m_callbackInfo.errorMsg = DownloadTexts::diskFull();
+    else
+        m_callbackInfo.errorMsg = DownloadTexts::networkFailed();
+    m_callbackInfo.bError = true;
+    // The record outlives jobs; a failure must not read as the completion of the one before.
+    m_callbackInfo.bComplete = false;
+    m_callbackInfo.errorCode = errorCodem;
+    ReleaseDownloaderList();
+    ReportToCallback();
+}
+
+void DownloaderManager::FinishDownload()
+{
+    Logger::LogInfo(QStringLiteral("DownloaderManager"), QStringLiteral("download complete"));
+    m_timeoutTimer->stop();
+    m_speedTimer->stop();
+    if (m_bFinished)
+        return;
+    m_bFinished = true;
+    m_bStop = true;
+    ReleaseDownloaderList();
+    // The last sample may be up to a second old; the completion carries what is on disk now.
+    TakeBytesSinceLastSample();
+    FillProgress();
+    m_callbackInfo.bError = false;
+    m_callbackInfo.bComplete = true;
+    m_callbackInfo.totalBytes = m_totalSize;
+    ReportToCallback();
+}
+
+void DownloaderManager::ReportToCallback()
+{
+    if (m_callback)
+        m_callback(m_callbackInfo);
+}
+
+void DownloaderManager::ReleaseDownloaderList()
+{
+    for (int i = m_downloaderList.size() - 1; i >= 0; --i)
+        m_downloaderList.at(i)->Release();
+    m_downloaderList.clear();
+}
+
+void DownloaderManager::ResetAccessible()
+{
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    if (m_networkManager->networkAccessible() == QNetworkAccessManager::NotAccessible) {
+        Logger::LogInfo(kTag, QStringLiteral("ResetAccessible"));
+        m_networkManager->setNetworkAccessible(QNetworkAccessManager::Accessible);
+    }
+    QT_WARNING_POP
+}

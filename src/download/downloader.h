@@ -1,0 +1,73 @@
+#pragma once
+
+#include "core/CoreExport.h"
+#include "core/ErrorCode.h"
+
+#include <QMap>
+#include <QObject>
+#include <QSharedPointer>
+#include <QString>
+#include <QUrl>
+
+// Results travel through queued connections and signal spies as well as direct calls.
+Q_DECLARE_METATYPE(Morvantix::ErrorCode)
+
+class QFile;
+class QNetworkAccessManager;
+class QNetworkReply;
+
+// The transfer of one file. It asks for the bytes after those already on disk and appends what the
+// manager's transfer loop hands it; it never reads the network on its own, so the loop alone decides
+// how fast bytes move. Completion, a local write failure and a network failure come back through
+// DownloadResult.
+class CORE_EXPORT downloader : public QObject
+{
+    Q_OBJECT
+public:
+    downloader(QObject* parent, QNetworkAccessManager* networkManager, qint64* totalReceived);
+    ~downloader() override;
+
+    void SetRequest(const QString& filePath, const QUrl& url, qint64 fileSize);
+
+    // Reads at most maxBytes, never more than the file still lacks, and appends them to the file.
+    // Returns the number of bytes read.
+    qint64 TransferData(qint64 maxBytes);
+    qint64 BytesAvailable() const;
+    bool IsComplete() const;
+    const QString& GetFilePath() const { return m_filePath; }
+    void SetReadBufferSize(qint64 size);
+    void Release();
+
+    // Local path -> 1 while a transfer has it open for writing, 0 once closed.
+    static QMap<QString, int> s_writingFiles;
+
+signals:
+    void DownloadResult(Morvantix::ErrorCode code, QString errStr, QString filename);
+    void ReadyToTransfer();
+
+public slots:
+    void OnFinished();
+    void ReStartDownload();
+    void OnReadyToTransfer();
+
+private:
+    void OpenFile();
+    void CloseFile();
+    void ReleaseReply();
+    qint64 BytesMissing() const;
+    bool CarriesFileData() const;
+    void SkipBytesBeforeOffset();
+
+    qint64* m_pBytesTotalReceived;
+    QString m_filePath;
+    QUrl m_downloadUrl;
+    QFile* m_file = nullptr;
+    QSharedPointer<QNetworkReply> m_reply;
+    QNetworkAccessManager* m_networkManager;
+    qint64 m_bytesReceived = 0;
+    qint64 m_fileSize = 0;
+    qint64 m_bytesExisting = 0;
+    // Bytes at the head of a response that ignored "Range": the file already has them.
+    qint64 m_bytesToSkip = -1; // -1 until the response's status is known
+    QByteArray m_buffer;
+};

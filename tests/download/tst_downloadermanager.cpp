@@ -1,0 +1,425 @@
+#include "HttpTestServer.h"
+#include "TestRegistry.h"
+
+#include "core/ComponentAccessors.h"
+#include "core/CoreSystem.h"
+#include "core/DownloadComponent.h"
+#include "core/Timing.h"
+#include "download/DownloaderManager.h"
+#include "files/QFileUtils.h"
+
+#include <QCryptographicHash>
+#include <QNetworkReply>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Morvantix;
+using Behaviour = HttpTestServer::Behaviour;
+Q_DECLARE_METATYPE(Behaviour)
+
+namespace {
+constexpr int kTimeDivisor = 10; // the stall time-out is 2 s, the restart delay 200 ms
+
+// Reproducible bytes that differ at every offset, so a misplaced or repeated block changes the hash.
+QByteArray makeData(int size, int seed)
+{
+    QByteArray data(size, Qt::Uninitialized);
+    quint32 state = 2166136261u ^ quint32(seed);
+    for (int i = 0; i < size; ++i) {
+        state = state * 1664525u + 1013904223u;
+        data[i] = char(state >> 24);
+    }
+    return data;
+}
+
+QString md5Of(const QByteArray& data)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Md5).toHex());
+}
+
+qint64 sizeOnDisk(const QString& path)
+{
+    return QFileInfo(path).size();
+}
+
+void writeFile(const QString& path, const QByteArray& data)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(data);
+}
+
+Behaviour trickle(qint64 chunkSize, int delayMs)
+{
+    Behaviour behaviour;
+    behaviour.chunkSize = chunkSize;
+    behaviour.chunkDelayMs = delayMs;
+    return behaviour;
+}
+
+QString networkFailure(int qtError)
+{
+    return QStringLiteral("下载失败，请检查网络 [code:%1]").arg(qtError);
+}
+
+GameUpdateContext& context()
+{
+    return *CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+}
+} // namespace
+
+// The download manager, reached through its component, against a real server: scheduling,
+// resumption, restarts, failures and the one report that ends each run. Whatever happens, a file on
+// disk holds only the server's bytes at their own offsets.
+class TestDownloaderManager : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { Timing::setTimeDivisorForTesting(kTimeDivisor); }
+    void cleanupTestCase() { Timing::setTimeDivisorForTesting(1); }
+    void init();
+    void cleanup();
+
+    void emptyListCompletesAtOnce();
+    void sixFilesRunFiveAtATime();
+    void localFilesDecideWhatIsRequested_data();
+    void localFilesDecideWhatIsRequested();
+    void pauseKeepsPartialFilesAndResumeAppends();
+    void cutAfterDataRestartsTheJob_data();
+    void cutAfterDataRestartsTheJob();
+    void failureIsReportedOnce_data();
+    void failureIsReportedOnce();
+    void zeroLimitHoldsUntilLifted();
+    void progressFollowsTheBytesOnDisk();
+
+private:
+    QString addFile(const QString& name, const QByteArray& data, const Behaviour& behaviour = {});
+    int endings() const;
+    void verifyCompleted() const;
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<HttpTestServer> m_server;
+    std::shared_ptr<DownloadComponent> m_component;
+    QVector<DownloadCallbackInfo> m_reports;
+    QMap<QString, QByteArray> m_files; // local path -> the bytes it must end with
+};
+
+void TestDownloaderManager::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("cache")));
+    m_server = std::make_unique<HttpTestServer>();
+    m_component = GetDownloadComponent();
+    QVERIFY(m_component);
+    m_reports.clear();
+    m_files.clear();
+    context().m_downloadFileList.clear();
+    m_component->RegistCallbackFunc([this](DownloadCallbackInfo& info) { m_reports.append(info); });
+}
+
+void TestDownloaderManager::cleanup()
+{
+    // The manager outlives the test: leave it stopped, deaf and without a list.
+    m_component->PauseDownload(context());
+    m_component->RegistCallbackFunc(nullptr);
+    context().m_downloadFileList.clear();
+    context().m_bLimitSpeed = false;
+    m_server.reset();
+    m_dir.reset();
+}
+
+QString TestDownloaderManager::addFile(
+    const QString& name, const QByteArray& data, const Behaviour& behaviour)
+{
+    const QByteArray route = '/' + name.toLatin1();
+    m_server->setRoute(route, data, behaviour);
+    DownloadFileInfo file { name, m_dir->filePath(QStringLiteral("cache/") + name), data.size(),
+        m_server->url(QString::fromLatin1(route)), md5Of(data) };
+    context().m_downloadFileList.append(file);
+    m_files.insert(file.localPath, data);
+    return file.localPath;
+}
+
+int TestDownloaderManager::endings() const
+{
+    return int(std::count_if(m_reports.cbegin(), m_reports.cend(),
+        [](const DownloadCallbackInfo& info) { return info.bComplete || info.bError; }));
+}
+
+void TestDownloaderManager::verifyCompleted() const
+{
+    QTRY_COMPARE_WITH_TIMEOUT(endings(), 1, 15000);
+    const DownloadCallbackInfo info = m_reports.last();
+    QVERIFY(info.bComplete && !info.bError);
+    qint64 expected = 0;
+    for (auto it = m_files.cbegin(); it != m_files.cend(); ++it) {
+        QCOMPARE(QFileUtils::GetFileMD5(it.key()), md5Of(it.value()));
+        expected += it.value().size();
+    }
+    QCOMPARE(info.totalBytes, expected);
+    QCOMPARE(info.receivedBytes, expected);
+    QCOMPARE(info.percent, 1.0f);
+    for (const auto& request : m_server->requests()) {
+        QCOMPARE(request.header("accept-encoding"), QByteArray("identity"));
+        QVERIFY(request.query.isEmpty());
+    }
+}
+
+void TestDownloaderManager::emptyListCompletesAtOnce()
+{
+    m_component->StartDownload(context());
+    QCOMPARE(endings(), 1);
+    QVERIFY(m_reports.last().bComplete);
+    QCOMPARE(m_reports.last().totalBytes, qint64(0));
+}
+
+void TestDownloaderManager::sixFilesRunFiveAtATime()
+{
+    // The first file is quick and the next four take about a second: the sixth may only start once
+    // the first is done.
+    QStringList paths { addFile(QStringLiteral("f1.bin"), makeData(3000, 1)) };
+    for (int i = 2; i <= 5; ++i)
+        paths << addFile(QStringLiteral("f%1.bin").arg(i), makeData(40000, i), trickle(2000, 50));
+    paths << addFile(QStringLiteral("f6.bin"), makeData(5000, 6));
+    QVector<qint64> sizesWhenSixthAsked;
+    connect(
+        m_server.get(), &HttpTestServer::requestReceived, this, [&](const HttpTestServer::Request& request) {
+            for (int i = 0; request.path == "/f6.bin" && i < paths.size(); ++i)
+                sizesWhenSixthAsked << sizeOnDisk(paths.at(i));
+        });
+
+    m_component->StartDownload(context());
+    verifyCompleted();
+    QStringList order;
+    for (const auto& request : m_server->requests())
+        order << QString::fromLatin1(request.path);
+    QCOMPARE(order, (QStringList { "/f1.bin", "/f2.bin", "/f3.bin", "/f4.bin", "/f5.bin", "/f6.bin" }));
+    QCOMPARE(sizesWhenSixthAsked.size(), 6);
+    QCOMPARE(sizesWhenSixthAsked.at(0), qint64(3000));
+    for (int i = 1; i <= 4; ++i)
+        QVERIFY2(sizesWhenSixthAsked.at(i) < 40000, "a slow file was done before the sixth started");
+}
+
+void TestDownloaderManager::localFilesDecideWhatIsRequested_data()
+{
+    QTest::addColumn<bool>("fresh");
+    QTest::addColumn<int>("localSize"); // -1: no local file
+    QTest::addColumn<QString>("served"); // "", "ignore range", "redirect", "longer"
+    QTest::addColumn<QByteArray>("range"); // empty: the file must not be requested
+
+    QTest::newRow("resume, no local file") << false << -1 << "" << QByteArray("bytes=0-");
+    QTest::newRow("resume, partial file") << false << 12345 << "" << QByteArray("bytes=12345-");
+    QTest::newRow("resume, complete file") << false << 30000 << "" << QByteArray();
+    QTest::newRow("resume, file too long") << false << 30001 << "" << QByteArray("bytes=0-");
+    QTest::newRow("fresh start, partial file") << true << 12345 << "" << QByteArray("bytes=0-");
+    QTest::newRow("fresh start, complete file") << true << 30000 << "" << QByteArray("bytes=0-");
+    QTest::newRow("server ignores Range") << false << 12345 << "ignore range" << QByteArray("bytes=12345-");
+    QTest::newRow("behind a redirect") << false << 12345 << "redirect" << QByteArray("bytes=12345-");
+    QTest::newRow("server's file longer") << false << 12345 << "longer" << QByteArray("bytes=12345-");
+}
+
+void TestDownloaderManager::localFilesDecideWhatIsRequested()
+{
+    QFETCH(bool, fresh);
+    QFETCH(int, localSize);
+    QFETCH(QString, served);
+    QFETCH(QByteArray, range);
+    const QByteArray data = makeData(30000, 21);
+    const QString path = addFile(QStringLiteral("game.pak"), data);
+    addFile(QStringLiteral("other.pak"), makeData(7000, 22));
+    Behaviour behaviour;
+    behaviour.honourRange = served != QLatin1String("ignore range");
+    m_server->setRoute("/game.pak", served == QLatin1String("longer") ? data + "surplus" : data, behaviour);
+    if (served == QLatin1String("redirect")) {
+        Behaviour redirect;
+        redirect.redirectTo = m_server->url(QStringLiteral("/game.pak")).toLatin1();
+        m_server->setRoute("/moved.pak", QByteArray(), redirect);
+        context().m_downloadFileList.first().url = m_server->url(QStringLiteral("/moved.pak"));
+    }
+    if (localSize >= 0)
+        writeFile(path, (data + "trailing garbage").left(localSize));
+    const QString stray = m_dir->filePath(QStringLiteral("cache/stray.tmp"));
+    writeFile(stray, "left from an earlier job");
+
+    if (fresh)
+        m_component->StartDownload(context());
+    else
+        m_component->ResumeDownload(context());
+    verifyCompleted();
+    const auto requests = m_server->requestsFor("/game.pak");
+    QCOMPARE(requests.size(), range.isEmpty() ? 0 : 1);
+    if (!range.isEmpty())
+        QCOMPARE(requests.at(0).header("range"), range);
+    QCOMPARE(QFile::exists(stray), !fresh);
+}
+
+void TestDownloaderManager::pauseKeepsPartialFilesAndResumeAppends()
+{
+    const QString a = addFile(QStringLiteral("a.bin"), makeData(120000, 31), trickle(3000, 20));
+    const QString b = addFile(QStringLiteral("b.bin"), makeData(90000, 32), trickle(3000, 20));
+    m_component->StartDownload(context());
+    QTRY_VERIFY(sizeOnDisk(a) >= 9000 && sizeOnDisk(b) >= 9000);
+
+    m_component->PauseDownload(context());
+    const qint64 keptA = sizeOnDisk(a);
+    const qint64 keptB = sizeOnDisk(b);
+    QVERIFY(keptA < 120000 && keptB < 90000);
+    QTest::qWait(300);
+    QCOMPARE(sizeOnDisk(a), keptA);
+    QCOMPARE(sizeOnDisk(b), keptB);
+    QCOMPARE(endings(), 0);
+
+    m_server->setRoute("/a.bin", m_files.value(a));
+    m_server->setRoute("/b.bin", m_files.value(b));
+    m_component->ResumeDownload(context());
+    verifyCompleted();
+    QCOMPARE(
+        m_server->requestsFor("/a.bin").at(1).header("range"), "bytes=" + QByteArray::number(keptA) + '-');
+    QCOMPARE(
+        m_server->requestsFor("/b.bin").at(1).header("range"), "bytes=" + QByteArray::number(keptB) + '-');
+}
+
+void TestDownloaderManager::cutAfterDataRestartsTheJob_data()
+{
+    QTest::addColumn<int>("files");
+    QTest::addColumn<QVector<int>>("cuts"); // where the first requests of f1.bin are cut
+    QTest::newRow("one file, one cut") << 1 << QVector<int> { 6000 };
+    QTest::newRow("one file, four cuts") << 1 << QVector<int> { 4000, 6000, 6000, 2000 };
+    QTest::newRow("five files, one of them cut") << 5 << QVector<int> { 8000 };
+}
+
+void TestDownloaderManager::cutAfterDataRestartsTheJob()
+{
+    QFETCH(int, files);
+    QFETCH(QVector<int>, cuts);
+    for (int i = 1; i <= files; ++i)
+        addFile(QStringLiteral("f%1.bin").arg(i), makeData(60000, 40 + i), trickle(2000, 10));
+    QVector<Behaviour> faults;
+    for (int cut : qAsConst(cuts)) {
+        faults << trickle(2000, 10);
+        faults.last().cutAfter = cut;
+    }
+    m_server->setFirstBehaviours("/f1.bin", faults);
+
+    m_component->StartDownload(context());
+    verifyCompleted();
+    QVERIFY(m_server->requestsFor("/f1.bin").size() > cuts.size());
+}
+
+void TestDownloaderManager::failureIsReportedOnce_data()
+{
+    QTest::addColumn<Behaviour>("behaviour");
+    QTest::addColumn<int>("served"); // bytes of the 30000 the server has
+    QTest::addColumn<int>("dataBeforeFailures"); // >0: the first request delivers this much, then the fault
+    QTest::addColumn<bool>("fullDisk");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message");
+    Behaviour cut;
+    cut.cutAfter = 0;
+    Behaviour notFound;
+    notFound.status = 404;
+    Behaviour serverError;
+    serverError.status = 500;
+    Behaviour stall;
+    stall.stallAfter = 5000;
+    const QString timedOut = QStringLiteral("网络请求超时，请检查网络问题");
+
+    QTest::newRow("cut before any data")
+        << cut << 30000 << 0 << false << 2 << networkFailure(QNetworkReply::RemoteHostClosedError);
+    QTest::newRow("not found") << notFound << 30000 << 0 << false << 2
+                               << networkFailure(QNetworkReply::ContentNotFoundError);
+    QTest::newRow("server error") << serverError << 30000 << 0 << false << 2
+                                  << networkFailure(QNetworkReply::InternalServerError);
+    QTest::newRow("restarts run out")
+        << cut << 30000 << 6000 << false << 2 << networkFailure(QNetworkReply::RemoteHostClosedError);
+    QTest::newRow("stall") << stall << 30000 << 0 << false << 3 << timedOut;
+    QTest::newRow("short file") << Behaviour() << 20000 << 0 << false << 3 << timedOut;
+    QTest::newRow("full disk") << Behaviour() << 30000 << 0 << true << 5
+                               << QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
+}
+
+void TestDownloaderManager::failureIsReportedOnce()
+{
+    QFETCH(Behaviour, behaviour);
+    QFETCH(int, served);
+    QFETCH(int, dataBeforeFailures);
+    QFETCH(bool, fullDisk);
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    const QByteArray data = makeData(30000, 51);
+    const QString path = addFile(QStringLiteral("f.bin"), data, behaviour);
+    m_server->setRoute("/f.bin", data.left(served), behaviour);
+    if (dataBeforeFailures > 0) {
+        Behaviour first = trickle(2000, 10);
+        first.cutAfter = dataBeforeFailures;
+        m_server->setFirstBehaviours("/f.bin", { first });
+    }
+    if (fullDisk) {
+        if (!QFile::exists(QStringLiteral("/dev/full")))
+            QSKIP("needs a device that is always full");
+        QVERIFY(QFile::link(QStringLiteral("/dev/full"), path));
+        m_component->ResumeDownload(context()); // a fresh start would wipe the "disk" away
+    } else {
+        m_component->StartDownload(context());
+    }
+
+    QTRY_COMPARE_WITH_TIMEOUT(endings(), 1, 3 * Timing::stallTimeoutMs());
+    const DownloadCallbackInfo info = m_reports.last();
+    QVERIFY(info.bError && !info.bComplete);
+    QCOMPARE(int(info.errorCode), code);
+    QCOMPARE(info.errorMsg, message);
+    if (!fullDisk) // what was kept is the server's own head: no error page, nothing twice
+        QCOMPARE(QFileUtils::GetFileMD5(path), md5Of(data.left(int(sizeOnDisk(path)))));
+    if (dataBeforeFailures > 0) // four restarts, each from what is on disk
+        QVERIFY(m_server->requestsFor("/f.bin").size() >= 5);
+
+    const int requestsAtFailure = m_server->requests().size();
+    QTest::qWait(3 * Timing::restartDelayMs());
+    QCOMPARE(m_server->requests().size(), requestsAtFailure);
+    QCOMPARE(endings(), 1);
+}
+
+void TestDownloaderManager::zeroLimitHoldsUntilLifted()
+{
+    const QString path = addFile(QStringLiteral("f.bin"), makeData(30000, 91));
+    context().m_bLimitSpeed = true;
+    context().m_updateSetting.limitSpeed = 0;
+    m_component->StartDownload(context());
+    // Longer than the stall time-out: a held transfer is not a stalled one.
+    QTest::qWait(Timing::stallTimeoutMs() * 3 / 2);
+    QCOMPARE(endings(), 0);
+    QCOMPARE(sizeOnDisk(path), qint64(0));
+
+    context().m_bLimitSpeed = false;
+    m_component->SetSpeedLimit();
+    verifyCompleted();
+}
+
+void TestDownloaderManager::progressFollowsTheBytesOnDisk()
+{
+    // 300 KB/s stretches 600 KB over about two seconds: a few samples.
+    addFile(QStringLiteral("a.bin"), makeData(300000, 101));
+    addFile(QStringLiteral("b.bin"), makeData(314400, 102));
+    context().m_bLimitSpeed = true;
+    context().m_updateSetting.limitSpeed = 300;
+    m_component->StartDownload(context());
+    verifyCompleted();
+
+    QVERIFY(m_reports.size() >= 2);
+    qint64 previous = 0;
+    bool sawSpeed = false;
+    for (int i = 0; i + 1 < m_reports.size(); ++i) {
+        const DownloadCallbackInfo& info = m_reports.at(i);
+        QVERIFY(!info.bComplete && !info.bError);
+        QVERIFY(info.receivedBytes >= previous && info.receivedBytes <= info.totalBytes);
+        QCOMPARE(info.percent, float(double(info.receivedBytes) / double(info.totalBytes)));
+        previous = info.receivedBytes;
+        sawSpeed = sawSpeed || info.speed > 0;
+    }
+    QVERIFY(sawSpeed);
+}
+
+CORE_TEST_CLASS(TestDownloaderManager)
+#include "tst_downloadermanager.moc"
