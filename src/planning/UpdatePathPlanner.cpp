@@ -181,11 +181,14 @@ void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx, b
         QStringLiteral("show the shortest update path from %1 to %2").arg(startText, manifest.lastVersion));
     found = true;
     for (int k = 0; k + 1 < path.size(); ++k) {
-        // Start and target alike give a route of one index twice, with no patch in between.
-        const int position = patchIndex.at(path.at(k), path.at(k + 1));
-        if (position >= 0)
-            steps.append(makeStep(
-                manifest.patchList.at(position), versions.at(path.at(k)), versions.at(path.at(k + 1))));
+        const int from = path.at(k);
+        const int to = path.at(k + 1);
+        // Start and target alike give the route "s, s": nothing to apply, even when a manifest lists
+        // a patch between two spellings of that version.
+        if (from == to)
+            continue;
+        steps.append(
+            makeStep(manifest.patchList.at(patchIndex.at(from, to)), versions.at(from), versions.at(to)));
     }
 }
 
