@@ -1,0 +1,93 @@
+#include "planning/GuideManifestReader.h"
+
+#include <QHash>
+#include <QStringList>
+
+namespace Morvantix {
+
+namespace {
+
+enum class ReadMode
+{
+    Packages,
+    NewestVersion
+};
+
+// Positions in patchList by package, keyed by the exact texts: "1.0.0.2" and "1.0.0.02" are two
+// packages here even though they name the same version.
+using PackageIndex = QHash<QString, QHash<QString, int>>;
+
+struct PackageLine
+{
+    QString from;
+    QString to;
+    PatchFileInfo file;
+};
+
+PackageLine parsePackageLine(const QString& line)
+{
+    const QStringList fields = line.split(QLatin1Char('|'));
+    const QStringList ends = fields.value(0).split(QLatin1String("->"));
+
+    PackageLine parsed;
+    parsed.from = ends.value(0);
+    parsed.to = ends.value(1);
+    parsed.file.path = fields.value(1);
+    parsed.file.md5 = fields.value(2);
+    parsed.file.size = fields.value(3).toULongLong(nullptr, 10);
+    return parsed;
+}
+
+int packagePosition(GuideManifestInfo& info, PackageIndex& index, const QString& from, const QString& to)
+{
+    QHash<QString, int>& targets = index[from];
+    const auto found = targets.constFind(to);
+    if (found != targets.constEnd())
+        return found.value();
+
+    PatchEntry entry;
+    entry.fromVersion = from;
+    entry.toVersion = to;
+    entry.bEnabled = from != to;
+    info.patchList.append(entry);
+    const int position = info.patchList.size() - 1;
+    targets.insert(to, position);
+    return position;
+}
+
+void addPackageLine(GuideManifestInfo& info, PackageIndex& index, const QString& line)
+{
+    const PackageLine parsed = parsePackageLine(line);
+    PatchEntry& entry = info.patchList[packagePosition(info, index, parsed.from, parsed.to)];
+    // Summed as unsigned so that an absurd size wraps instead of overflowing a signed number.
+    entry.cost = static_cast<qint64>(static_cast<quint64>(entry.cost) + parsed.file.size);
+    entry.files.append(parsed.file);
+}
+
+} // namespace
+
+GuideManifestInfo ReadGuideManifest(const QString& text)
+{
+    GuideManifestInfo info;
+    PackageIndex index;
+    ReadMode mode = ReadMode::Packages;
+
+    const QStringList lines = text.split(QLatin1Char('\n'));
+    for (const QString& rawLine : lines) {
+        const QString line = rawLine.simplified();
+        if (line.isEmpty())
+            continue;
+        if (line == QLatin1String("--download_version--")) {
+            mode = ReadMode::Packages;
+        } else if (line == QLatin1String("--last_version--")) {
+            mode = ReadMode::NewestVersion;
+        } else if (mode == ReadMode::NewestVersion) {
+            info.lastVersion = line;
+        } else {
+            addPackageLine(info, index, line);
+        }
+    }
+    return info;
+}
+
+} // namespace Morvantix

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "core/CoreExport.h"
+#include "planning/GuideManifestInfo.h"
+
+#include <QString>
+
+namespace Morvantix {
+
+// Parses the text of the guide manifest. Lines that do not look right still become packages with
+// empty or zero fields: the reader never rejects a text.
+CORE_EXPORT GuideManifestInfo ReadGuideManifest(const QString& text);
+
+} // namespace Morvantix
