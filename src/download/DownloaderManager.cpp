@@ -81,8 +81,7 @@ void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
     for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
         Logger::LogInfo(kTag,
             QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
-                .arg(file.url, file.localPath)
-                .arg(file.size));
+                .arg(file.url, file.localPath, QString::number(file.size)));
         m_waitingList.append(new DownloadFileInfo(file));
         if (m_downloadDir.isEmpty())
             m_downloadDir = QFileUtils::GetParentPath(file.localPath);
@@ -210,8 +209,9 @@ void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& file
     if (m_bStop)
         return;
 
-    Logger::LogInfo(
-        kTag, QStringLiteral("download url is %1, received bytes=%2").arg(url.toString()).arg(localSize));
+    Logger::LogInfo(kTag,
+        QStringLiteral("download url is %1, received bytes=%2")
+            .arg(url.toString(), QString::number(localSize)));
     ClearRecordSpeed();
     PrivateSetSpeedLimit();
     if (!m_speedTimer->isActive())

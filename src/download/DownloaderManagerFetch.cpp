@@ -54,7 +54,8 @@ QString DownloaderManager::WithTimestamp(const QString& url)
     const uint seconds = static_cast<uint>(QDateTime::currentSecsSinceEpoch());
     const QString pattern = url.contains(QLatin1Char('?')) ? QStringLiteral("%1&timestamp=%2")
                                                            : QStringLiteral("%1?timestamp=%2");
-    return pattern.arg(url).arg(seconds);
+    // One substitution pass: a percent-encoded "%2F" in the address must not take the time stamp.
+    return pattern.arg(url, QString::number(seconds));
 }
 
 QNetworkRequest DownloaderManager::FetchRequest(const QUrl& url) const

@@ -55,8 +55,7 @@ void downloader::ReStartDownload()
     if (m_bytesExisting == m_fileSize) {
         Logger::LogInfo(kManagerTag,
             QStringLiteral("%1 is downloaded, url is %2 size is %3")
-                .arg(m_filePath, m_downloadUrl.toString())
-                .arg(m_bytesExisting));
+                .arg(m_filePath, m_downloadUrl.toString(), QString::number(m_bytesExisting)));
         emit DownloadResult(ErrorCode::FileFinished, QString(), m_filePath);
         return;
     }
@@ -73,8 +72,7 @@ void downloader::ReStartDownload()
     m_bytesToSkip = -1;
     Logger::LogInfo(kManagerTag,
         QStringLiteral("download url is %1, received bytes=%2")
-            .arg(m_downloadUrl.toString())
-            .arg(m_bytesExisting));
+            .arg(m_downloadUrl.toString(), QString::number(m_bytesExisting)));
 
     m_reply = QSharedPointer<QNetworkReply>(m_networkManager->get(request), &QObject::deleteLater);
     connect(m_reply.data(), &QNetworkReply::finished, this, &downloader::OnFinished);
@@ -188,8 +186,12 @@ void downloader::Release()
 
 void downloader::OnReadyToTransfer()
 {
-    if (CarriesFileData())
-        emit ReadyToTransfer();
+    if (!m_reply || !CarriesFileData())
+        return;
+    // Bytes before the resume offset are dropped as they arrive, not when the budget allows: under a
+    // speed limit the reply's buffer is smaller than the offset, and waiting would stall the reply.
+    SkipBytesBeforeOffset();
+    emit ReadyToTransfer();
 }
 
 void downloader::OnFinished()
@@ -226,8 +228,8 @@ void downloader::CloseFile()
         state = 0;
         return;
     }
-    Logger::LogInfo(
-        kWriteTag, QStringLiteral("m_filePath %1 is error value is %2").arg(m_filePath).arg(state));
+    Logger::LogInfo(kWriteTag,
+        QStringLiteral("m_filePath %1 is error value is %2").arg(m_filePath, QString::number(state)));
 }
 
 void downloader::ReleaseReply()

@@ -58,7 +58,7 @@ QString sourcePart(const QMessageLogContext& context)
 {
     QString file = context.file ? QString::fromUtf8(context.file) : QString();
     file = file.mid(file.lastIndexOf(QLatin1Char('\\')) + 1);
-    return QStringLiteral("%1(%2)").arg(file).arg(context.line);
+    return QStringLiteral("%1(%2)").arg(file, QString::number(context.line));
 }
 
 // The first message of a run keeps the previous run's file under this run's stamp and clears the
