@@ -5,6 +5,8 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <memory>
+
 namespace {
 
 QByteArray statusHead(int status, qint64 contentLength, const QByteArray& extra = QByteArray())
@@ -14,14 +16,28 @@ QByteArray statusHead(int status, qint64 contentLength, const QByteArray& extra 
         + "Content-Length: " + QByteArray::number(contentLength) + "\r\n" + extra + "\r\n";
 }
 
-// Offset of "bytes=N-", or -1 when the header is absent or of another form.
-qint64 rangeStart(const QByteArray& range)
+// Takes one whole request off the front of inbox; false while it is still incomplete.
+bool takeRequest(QByteArray& inbox, HttpTestServer::Request& request)
 {
-    if (!range.startsWith("bytes=") || !range.endsWith('-'))
-        return -1;
-    bool ok = false;
-    const qint64 start = range.mid(6, range.size() - 7).toLongLong(&ok);
-    return ok ? start : -1;
+    const int headEnd = inbox.indexOf("\r\n\r\n");
+    if (headEnd < 0)
+        return false;
+    const QList<QByteArray> lines = inbox.left(headEnd).split('\n');
+    const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
+    for (const QByteArray& line : lines.mid(1)) {
+        const int colon = line.indexOf(':');
+        request.headers.insert(line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed());
+    }
+    const int bodyLength = request.header("content-length").toInt();
+    if (inbox.size() < headEnd + 4 + bodyLength)
+        return false;
+    request.method = requestLine.at(0);
+    const QList<QByteArray> target = requestLine.value(1).split('?');
+    request.path = target.at(0);
+    request.query = target.value(1);
+    request.body = inbox.mid(headEnd + 4, bodyLength);
+    inbox.remove(0, headEnd + 4 + bodyLength);
+    return true;
 }
 
 } // namespace
@@ -31,206 +47,91 @@ HttpTestServer::HttpTestServer(QObject* parent)
     , m_server(new QTcpServer(this))
 {
     m_server->listen(QHostAddress::LocalHost, 0);
-    connect(m_server, &QTcpServer::newConnection, this, &HttpTestServer::onNewConnection);
-}
-
-HttpTestServer::~HttpTestServer()
-{
-    const auto sockets = m_connections.keys();
-    for (QTcpSocket* socket : sockets)
-        socket->abort();
-}
-
-quint16 HttpTestServer::port() const
-{
-    return m_server->serverPort();
+    connect(m_server, &QTcpServer::newConnection, this, [this] {
+        while (QTcpSocket* socket = m_server->nextPendingConnection()) {
+            // Small writes leave at once, so a trickle reaches the client as separate reads.
+            socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+            const auto inbox = std::make_shared<QByteArray>();
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket, inbox] {
+                *inbox += socket->readAll();
+                for (Request request; takeRequest(*inbox, request); request = Request()) {
+                    m_requests.append(request);
+                    emit requestReceived(request);
+                    answer(socket, request);
+                }
+            });
+        }
+    });
 }
 
 QString HttpTestServer::url(const QString& path) const
 {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(port()).arg(path);
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server->serverPort()).arg(path);
 }
 
-void HttpTestServer::setRoute(const QByteArray& path, const QByteArray& body)
+void HttpTestServer::setRoute(
+    const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours)
 {
-    setRoute(path, body, Behaviour());
+    m_routes[path] = Route { body, behaviours, 0 };
 }
 
-void HttpTestServer::setRoute(const QByteArray& path, const QByteArray& body, const Behaviour& behaviour)
-{
-    Route& route = m_routes[path];
-    route.body = body;
-    route.behaviour = behaviour;
-}
-
-void HttpTestServer::setFirstBehaviours(const QByteArray& path, const QVector<Behaviour>& behaviours)
-{
-    m_routes[path].firstBehaviours = behaviours;
-}
-
-QVector<HttpTestServer::Request> HttpTestServer::requestsFor(const QByteArray& path) const
+QVector<HttpTestServer::Request> HttpTestServer::requests(const QByteArray& path) const
 {
     QVector<Request> matching;
     for (const Request& request : m_requests) {
-        if (request.path == path)
+        if (path.isEmpty() || request.path == path)
             matching.append(request);
     }
     return matching;
 }
 
-void HttpTestServer::onNewConnection()
-{
-    while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-        // Small writes leave at once, so a trickle reaches the client as separate reads.
-        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        Connection& connection = m_connections[socket];
-        connection.timer = new QTimer(socket);
-        connection.timer->setSingleShot(true);
-        connect(connection.timer, &QTimer::timeout, this, [this, socket] { sendNextChunk(socket); });
-        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
-        connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
-            m_connections.remove(socket);
-            socket->deleteLater();
-        });
-    }
-}
-
-bool HttpTestServer::takeRequest(QByteArray& inbox, Request& request)
-{
-    const int headEnd = inbox.indexOf("\r\n\r\n");
-    if (headEnd < 0)
-        return false;
-    const QList<QByteArray> lines = inbox.left(headEnd).split('\n');
-    const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
-    if (requestLine.size() < 2)
-        return false;
-    request.method = requestLine.at(0);
-    const QByteArray target = requestLine.at(1);
-    const int question = target.indexOf('?');
-    request.path = question < 0 ? target : target.left(question);
-    request.query = question < 0 ? QByteArray() : target.mid(question + 1);
-    for (int i = 1; i < lines.size(); ++i) {
-        const int colon = lines.at(i).indexOf(':');
-        if (colon > 0)
-            request.headers.insert(
-                lines.at(i).left(colon).trimmed().toLower(), lines.at(i).mid(colon + 1).trimmed());
-    }
-    const int bodyLength = request.header("content-length").toInt();
-    if (inbox.size() < headEnd + 4 + bodyLength)
-        return false;
-    request.body = inbox.mid(headEnd + 4, bodyLength);
-    inbox.remove(0, headEnd + 4 + bodyLength);
-    return true;
-}
-
-void HttpTestServer::onReadyRead(QTcpSocket* socket)
-{
-    Connection& connection = m_connections[socket];
-    connection.inbox += socket->readAll();
-    if (connection.busy)
-        return;
-    Request request;
-    if (!takeRequest(connection.inbox, request))
-        return;
-    m_requests.append(request);
-    emit requestReceived(request);
-    answer(socket, request);
-}
-
-HttpTestServer::Behaviour HttpTestServer::behaviourFor(Route& route)
-{
-    if (route.firstBehaviours.isEmpty())
-        return route.behaviour;
-    return route.firstBehaviours.takeFirst();
-}
-
 void HttpTestServer::answer(QTcpSocket* socket, const Request& request)
 {
-    m_connections[socket].busy = true;
-    if (!m_routes.contains(request.path)) {
-        socket->write(statusHead(404, 0));
-        finishResponse(socket);
-        return;
-    }
     Route& route = m_routes[request.path];
-    const Behaviour behaviour = behaviourFor(route);
+    // A path without a route is not found.
+    const Behaviour behaviour
+        = route.behaviours.value(qMin(route.served++, route.behaviours.size() - 1), { 404 });
     if (behaviour.silent)
         return;
     if (!behaviour.redirectTo.isEmpty()) {
         socket->write(statusHead(302, 0, "Location: " + behaviour.redirectTo + "\r\n"));
-        finishResponse(socket);
         return;
     }
     if (behaviour.status != 200) {
-        const QByteArray text = "failure";
-        socket->write(statusHead(behaviour.status, text.size()) + text);
-        finishResponse(socket);
+        socket->write(statusHead(behaviour.status, 7) + "failure");
         return;
     }
 
     const qint64 size = route.body.size();
-    const qint64 start = behaviour.honourRange ? rangeStart(request.header("range")) : -1;
-    if (start >= size && size > 0) {
-        socket->write(statusHead(416, 0, "Content-Range: bytes */" + QByteArray::number(size) + "\r\n"));
-        finishResponse(socket);
-        return;
-    }
-    if (start >= 0) {
-        const QByteArray contentRange = "Content-Range: bytes " + QByteArray::number(start) + '-'
-            + QByteArray::number(size - 1) + '/' + QByteArray::number(size) + "\r\n";
-        socket->write(statusHead(206, size - start, contentRange + "Accept-Ranges: bytes\r\n"));
-        startBody(socket, route.body.mid(int(start)), behaviour);
-        return;
-    }
-    socket->write(statusHead(200, size, "Accept-Ranges: bytes\r\n"));
-    startBody(socket, route.body, behaviour);
+    // The client only ever asks for "bytes=N-".
+    const QByteArray range = request.header("range");
+    const bool ranged = behaviour.honourRange && range.startsWith("bytes=");
+    const qint64 start = ranged ? range.mid(6).chopped(1).toLongLong() : 0;
+    QByteArray extra = "Accept-Ranges: bytes\r\n";
+    if (ranged)
+        extra += "Content-Range: bytes " + QByteArray::number(start) + '-' + QByteArray::number(size - 1)
+            + '/' + QByteArray::number(size) + "\r\n";
+    socket->write(statusHead(ranged ? 206 : 200, size - start, extra));
+
+    QByteArray body = route.body.mid(int(start));
+    const qint64 faultAt = behaviour.cutAfter >= 0 ? behaviour.cutAfter : behaviour.stallAfter;
+    const bool fault = faultAt >= 0 && faultAt < body.size();
+    if (fault)
+        body.truncate(int(faultAt));
+    send(socket, body, behaviour, fault && behaviour.cutAfter >= 0);
 }
 
-void HttpTestServer::startBody(QTcpSocket* socket, const QByteArray& body, const Behaviour& behaviour)
+void HttpTestServer::send(QTcpSocket* socket, QByteArray rest, const Behaviour& behaviour, bool cutAtEnd)
 {
-    Connection& connection = m_connections[socket];
-    connection.pending = body;
-    connection.sent = 0;
-    connection.behaviour = behaviour;
-    connection.cut = behaviour.cutAfter >= 0;
-    connection.faultAt = connection.cut ? behaviour.cutAfter : behaviour.stallAfter;
-    sendNextChunk(socket);
-}
-
-void HttpTestServer::sendNextChunk(QTcpSocket* socket)
-{
-    if (!m_connections.contains(socket))
+    if (socket->state() != QAbstractSocket::ConnectedState)
         return;
-    Connection& connection = m_connections[socket];
-    qint64 room = connection.pending.size();
-    if (connection.faultAt >= 0)
-        room = qMin(room, connection.faultAt - connection.sent);
-    const qint64 chunk
-        = connection.behaviour.chunkSize > 0 ? qMin(room, connection.behaviour.chunkSize) : room;
-    if (chunk > 0) {
-        socket->write(connection.pending.left(int(chunk)));
-        connection.pending.remove(0, int(chunk));
-        connection.sent += chunk;
-    }
-
-    if (connection.faultAt >= 0 && connection.sent >= connection.faultAt && !connection.pending.isEmpty()) {
-        if (connection.cut)
-            socket->disconnectFromHost();
-        return; // a stall: the connection stays open and silent
-    }
-    if (connection.pending.isEmpty()) {
-        finishResponse(socket);
-        return;
-    }
-    connection.timer->start(connection.behaviour.chunkDelayMs);
-}
-
-void HttpTestServer::finishResponse(QTcpSocket* socket)
-{
-    Connection& connection = m_connections[socket];
-    connection.busy = false;
-    if (connection.inbox.isEmpty())
-        return;
-    // A request that arrived while this one was answered.
-    QTimer::singleShot(0, socket, [this, socket] { onReadyRead(socket); });
+    const int chunk
+        = behaviour.chunkSize > 0 ? int(qMin<qint64>(behaviour.chunkSize, rest.size())) : rest.size();
+    socket->write(rest.left(chunk));
+    rest.remove(0, chunk);
+    if (!rest.isEmpty())
+        QTimer::singleShot(behaviour.chunkDelayMs, socket, [=] { send(socket, rest, behaviour, cutAtEnd); });
+    else if (cutAtEnd)
+        socket->disconnectFromHost();
+    // A stall ends here too: the rest of the body is never sent, and the connection stays open.
 }

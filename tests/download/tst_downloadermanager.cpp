@@ -17,7 +17,6 @@
 
 using namespace Morvantix;
 using Behaviour = HttpTestServer::Behaviour;
-Q_DECLARE_METATYPE(Behaviour)
 
 namespace {
 constexpr int kTimeDivisor = 10; // the stall time-out is 2 s, the restart delay 200 ms
@@ -51,17 +50,9 @@ void writeFile(const QString& path, const QByteArray& data)
     file.write(data);
 }
 
-Behaviour trickle(qint64 chunkSize, int delayMs)
+Behaviour trickle(qint64 chunkSize, int delayMs, qint64 cutAfter = -1)
 {
-    Behaviour behaviour;
-    behaviour.chunkSize = chunkSize;
-    behaviour.chunkDelayMs = delayMs;
-    return behaviour;
-}
-
-QString networkFailure(int qtError)
-{
-    return QStringLiteral("下载失败，请检查网络 [code:%1]").arg(qtError);
+    return { 200, false, chunkSize, delayMs, cutAfter };
 }
 
 GameUpdateContext& context()
@@ -87,15 +78,13 @@ private slots:
     void localFilesDecideWhatIsRequested_data();
     void localFilesDecideWhatIsRequested();
     void pauseKeepsPartialFilesAndResumeAppends();
-    void cutAfterDataRestartsTheJob_data();
-    void cutAfterDataRestartsTheJob();
-    void failureIsReportedOnce_data();
-    void failureIsReportedOnce();
-    void zeroLimitHoldsUntilLifted();
-    void progressFollowsTheBytesOnDisk();
+    void faultEndsInOneReport_data();
+    void faultEndsInOneReport();
+    void speedLimitHoldsThenPaces();
 
 private:
-    QString addFile(const QString& name, const QByteArray& data, const Behaviour& behaviour = {});
+    QString addFile(
+        const QString& name, const QByteArray& data, const QVector<Behaviour>& behaviours = { {} });
     int endings() const;
     void verifyCompleted() const;
 
@@ -126,15 +115,13 @@ void TestDownloaderManager::cleanup()
     m_component->RegistCallbackFunc(nullptr);
     context().m_downloadFileList.clear();
     context().m_bLimitSpeed = false;
-    m_server.reset();
-    m_dir.reset();
 }
 
 QString TestDownloaderManager::addFile(
-    const QString& name, const QByteArray& data, const Behaviour& behaviour)
+    const QString& name, const QByteArray& data, const QVector<Behaviour>& behaviours)
 {
     const QByteArray route = '/' + name.toLatin1();
-    m_server->setRoute(route, data, behaviour);
+    m_server->setRoute(route, data, behaviours);
     DownloadFileInfo file { name, m_dir->filePath(QStringLiteral("cache/") + name), data.size(),
         m_server->url(QString::fromLatin1(route)), md5Of(data) };
     context().m_downloadFileList.append(file);
@@ -150,7 +137,8 @@ int TestDownloaderManager::endings() const
 
 void TestDownloaderManager::verifyCompleted() const
 {
-    QTRY_COMPARE_WITH_TIMEOUT(endings(), 1, 15000);
+    QTRY_VERIFY_WITH_TIMEOUT(endings() > 0, 15000);
+    QCOMPARE(endings(), 1);
     const DownloadCallbackInfo info = m_reports.last();
     QVERIFY(info.bComplete && !info.bError);
     qint64 expected = 0;
@@ -158,31 +146,28 @@ void TestDownloaderManager::verifyCompleted() const
         QCOMPARE(QFileUtils::GetFileMD5(it.key()), md5Of(it.value()));
         expected += it.value().size();
     }
-    QCOMPARE(info.totalBytes, expected);
     QCOMPARE(info.receivedBytes, expected);
     QCOMPARE(info.percent, 1.0f);
-    for (const auto& request : m_server->requests()) {
+    // Resume offsets count bytes of the file, which a compressed answer would not be.
+    for (const auto& request : m_server->requests())
         QCOMPARE(request.header("accept-encoding"), QByteArray("identity"));
-        QVERIFY(request.query.isEmpty());
-    }
 }
 
 void TestDownloaderManager::emptyListCompletesAtOnce()
 {
     m_component->StartDownload(context());
     QCOMPARE(endings(), 1);
-    QVERIFY(m_reports.last().bComplete);
-    QCOMPARE(m_reports.last().totalBytes, qint64(0));
+    verifyCompleted();
 }
 
 void TestDownloaderManager::sixFilesRunFiveAtATime()
 {
     // The first file is quick and the next four take about a second: the sixth may only start once
-    // the first is done.
+    // the first is done, and while the other four still run.
     QStringList paths { addFile(QStringLiteral("f1.bin"), makeData(3000, 1)) };
     for (int i = 2; i <= 5; ++i)
-        paths << addFile(QStringLiteral("f%1.bin").arg(i), makeData(40000, i), trickle(2000, 50));
-    paths << addFile(QStringLiteral("f6.bin"), makeData(5000, 6));
+        paths << addFile(QStringLiteral("f%1.bin").arg(i), makeData(40000, i), { trickle(2000, 50) });
+    addFile(QStringLiteral("f6.bin"), makeData(5000, 6));
     QVector<qint64> sizesWhenSixthAsked;
     connect(
         m_server.get(), &HttpTestServer::requestReceived, this, [&](const HttpTestServer::Request& request) {
@@ -192,11 +177,7 @@ void TestDownloaderManager::sixFilesRunFiveAtATime()
 
     m_component->StartDownload(context());
     verifyCompleted();
-    QStringList order;
-    for (const auto& request : m_server->requests())
-        order << QString::fromLatin1(request.path);
-    QCOMPARE(order, (QStringList { "/f1.bin", "/f2.bin", "/f3.bin", "/f4.bin", "/f5.bin", "/f6.bin" }));
-    QCOMPARE(sizesWhenSixthAsked.size(), 6);
+    QCOMPARE(sizesWhenSixthAsked.size(), 5);
     QCOMPARE(sizesWhenSixthAsked.at(0), qint64(3000));
     for (int i = 1; i <= 4; ++i)
         QVERIFY2(sizesWhenSixthAsked.at(i) < 40000, "a slow file was done before the sixth started");
@@ -231,11 +212,11 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     addFile(QStringLiteral("other.pak"), makeData(7000, 22));
     Behaviour behaviour;
     behaviour.honourRange = served != QLatin1String("ignore range");
-    m_server->setRoute("/game.pak", served == QLatin1String("longer") ? data + "surplus" : data, behaviour);
+    m_server->setRoute(
+        "/game.pak", served == QLatin1String("longer") ? data + "surplus" : data, { behaviour });
     if (served == QLatin1String("redirect")) {
-        Behaviour redirect;
-        redirect.redirectTo = m_server->url(QStringLiteral("/game.pak")).toLatin1();
-        m_server->setRoute("/moved.pak", QByteArray(), redirect);
+        behaviour.redirectTo = m_server->url(QStringLiteral("/game.pak")).toLatin1();
+        m_server->setRoute("/moved.pak", QByteArray(), { behaviour });
         context().m_downloadFileList.first().url = m_server->url(QStringLiteral("/moved.pak"));
     }
     if (localSize >= 0)
@@ -248,7 +229,7 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     else
         m_component->ResumeDownload(context());
     verifyCompleted();
-    const auto requests = m_server->requestsFor("/game.pak");
+    const auto requests = m_server->requests("/game.pak");
     QCOMPARE(requests.size(), range.isEmpty() ? 0 : 1);
     if (!range.isEmpty())
         QCOMPARE(requests.at(0).header("range"), range);
@@ -257,8 +238,8 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
 
 void TestDownloaderManager::pauseKeepsPartialFilesAndResumeAppends()
 {
-    const QString a = addFile(QStringLiteral("a.bin"), makeData(120000, 31), trickle(3000, 20));
-    const QString b = addFile(QStringLiteral("b.bin"), makeData(90000, 32), trickle(3000, 20));
+    const QString a = addFile(QStringLiteral("a.bin"), makeData(120000, 31), { trickle(3000, 20) });
+    const QString b = addFile(QStringLiteral("b.bin"), makeData(90000, 32), { trickle(3000, 20) });
     m_component->StartDownload(context());
     QTRY_VERIFY(sizeOnDisk(a) >= 9000 && sizeOnDisk(b) >= 9000);
 
@@ -271,92 +252,62 @@ void TestDownloaderManager::pauseKeepsPartialFilesAndResumeAppends()
     QCOMPARE(sizeOnDisk(b), keptB);
     QCOMPARE(endings(), 0);
 
-    m_server->setRoute("/a.bin", m_files.value(a));
-    m_server->setRoute("/b.bin", m_files.value(b));
     m_component->ResumeDownload(context());
     verifyCompleted();
-    QCOMPARE(
-        m_server->requestsFor("/a.bin").at(1).header("range"), "bytes=" + QByteArray::number(keptA) + '-');
-    QCOMPARE(
-        m_server->requestsFor("/b.bin").at(1).header("range"), "bytes=" + QByteArray::number(keptB) + '-');
+    QCOMPARE(m_server->requests("/a.bin").at(1).header("range"), "bytes=" + QByteArray::number(keptA) + '-');
+    QCOMPARE(m_server->requests("/b.bin").at(1).header("range"), "bytes=" + QByteArray::number(keptB) + '-');
 }
 
-void TestDownloaderManager::cutAfterDataRestartsTheJob_data()
+void TestDownloaderManager::faultEndsInOneReport_data()
 {
-    QTest::addColumn<int>("files");
-    QTest::addColumn<QVector<int>>("cuts"); // where the first requests of f1.bin are cut
-    QTest::newRow("one file, one cut") << 1 << QVector<int> { 6000 };
-    QTest::newRow("one file, four cuts") << 1 << QVector<int> { 4000, 6000, 6000, 2000 };
-    QTest::newRow("five files, one of them cut") << 5 << QVector<int> { 8000 };
-}
-
-void TestDownloaderManager::cutAfterDataRestartsTheJob()
-{
-    QFETCH(int, files);
-    QFETCH(QVector<int>, cuts);
-    for (int i = 1; i <= files; ++i)
-        addFile(QStringLiteral("f%1.bin").arg(i), makeData(60000, 40 + i), trickle(2000, 10));
-    QVector<Behaviour> faults;
-    for (int cut : qAsConst(cuts)) {
-        faults << trickle(2000, 10);
-        faults.last().cutAfter = cut;
-    }
-    m_server->setFirstBehaviours("/f1.bin", faults);
-
-    m_component->StartDownload(context());
-    verifyCompleted();
-    QVERIFY(m_server->requestsFor("/f1.bin").size() > cuts.size());
-}
-
-void TestDownloaderManager::failureIsReportedOnce_data()
-{
-    QTest::addColumn<Behaviour>("behaviour");
-    QTest::addColumn<int>("served"); // bytes of the 30000 the server has
-    QTest::addColumn<int>("dataBeforeFailures"); // >0: the first request delivers this much, then the fault
-    QTest::addColumn<bool>("fullDisk");
-    QTest::addColumn<int>("code");
+    QTest::addColumn<int>("served"); // bytes of the 60000 the server has
+    QTest::addColumn<int>("others"); // healthy files in the same job
+    QTest::addColumn<int>("requests"); // of f.bin, until and after the report
+    QTest::addColumn<int>("code"); // 0: the job completes
     QTest::addColumn<QString>("message");
-    Behaviour cut;
-    cut.cutAfter = 0;
-    Behaviour notFound;
-    notFound.status = 404;
-    Behaviour serverError;
-    serverError.status = 500;
+    QTest::addColumn<QVector<Behaviour>>("behaviours"); // of f.bin's requests, the last one repeating
+    using Faults = QVector<Behaviour>;
+    const auto cutAt = [](qint64 bytes) { return trickle(2000, 10, bytes); };
+    const Behaviour slow = trickle(2000, 10);
+    const QString failed = QStringLiteral("下载失败，请检查网络 [code:%1]");
+    const QString closed = failed.arg(int(QNetworkReply::RemoteHostClosedError));
+    const QString timedOut = QStringLiteral("网络请求超时，请检查网络问题");
     Behaviour stall;
     stall.stallAfter = 5000;
-    const QString timedOut = QStringLiteral("网络请求超时，请检查网络问题");
 
-    QTest::newRow("cut before any data")
-        << cut << 30000 << 0 << false << 2 << networkFailure(QNetworkReply::RemoteHostClosedError);
-    QTest::newRow("not found") << notFound << 30000 << 0 << false << 2
-                               << networkFailure(QNetworkReply::ContentNotFoundError);
-    QTest::newRow("server error") << serverError << 30000 << 0 << false << 2
-                                  << networkFailure(QNetworkReply::InternalServerError);
-    QTest::newRow("restarts run out")
-        << cut << 30000 << 6000 << false << 2 << networkFailure(QNetworkReply::RemoteHostClosedError);
-    QTest::newRow("stall") << stall << 30000 << 0 << false << 3 << timedOut;
-    QTest::newRow("short file") << Behaviour() << 20000 << 0 << false << 3 << timedOut;
-    QTest::newRow("full disk") << Behaviour() << 30000 << 0 << true << 5
-                               << QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
+    // Data had flowed: every transfer restarts from what is on disk.
+    QTest::newRow("cut after data") << 60000 << 0 << 2 << 0 << QString() << Faults { cutAt(6000), slow };
+    QTest::newRow("four cuts after data")
+        << 60000 << 0 << 5 << 0 << QString()
+        << Faults { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000), slow };
+    QTest::newRow("cut after data, four others")
+        << 60000 << 4 << 2 << 0 << QString() << Faults { cutAt(8000), slow };
+    QTest::newRow("restarts run out") << 60000 << 0 << 5 << 2 << closed << Faults { cutAt(6000), cutAt(0) };
+    // Nothing had flowed: the server is at fault and retrying will not help.
+    QTest::newRow("cut before any data") << 60000 << 0 << 1 << 2 << closed << Faults { cutAt(0) };
+    QTest::newRow("error page") << 60000 << 0 << 1 << 2
+                                << failed.arg(int(QNetworkReply::ContentNotFoundError)) << Faults { { 404 } };
+    QTest::newRow("stall") << 60000 << 0 << 1 << 3 << timedOut << Faults { stall };
+    QTest::newRow("short file") << 40000 << 0 << 1 << 3 << timedOut << Faults { {} };
+    QTest::newRow("full disk") << 60000 << 0 << 1 << 5
+                               << QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载")
+                               << Faults { {} };
 }
 
-void TestDownloaderManager::failureIsReportedOnce()
+void TestDownloaderManager::faultEndsInOneReport()
 {
-    QFETCH(Behaviour, behaviour);
     QFETCH(int, served);
-    QFETCH(int, dataBeforeFailures);
-    QFETCH(bool, fullDisk);
+    QFETCH(int, others);
+    QFETCH(int, requests);
     QFETCH(int, code);
     QFETCH(QString, message);
-    const QByteArray data = makeData(30000, 51);
-    const QString path = addFile(QStringLiteral("f.bin"), data, behaviour);
-    m_server->setRoute("/f.bin", data.left(served), behaviour);
-    if (dataBeforeFailures > 0) {
-        Behaviour first = trickle(2000, 10);
-        first.cutAfter = dataBeforeFailures;
-        m_server->setFirstBehaviours("/f.bin", { first });
-    }
-    if (fullDisk) {
+    QFETCH(QVector<Behaviour>, behaviours);
+    const QByteArray data = makeData(60000, 51);
+    const QString path = addFile(QStringLiteral("f.bin"), data);
+    m_server->setRoute("/f.bin", data.left(served), behaviours);
+    for (int i = 1; i <= others; ++i)
+        addFile(QStringLiteral("g%1.bin").arg(i), makeData(60000, 60 + i), { trickle(2000, 10) });
+    if (code == WriteFailed) {
         if (!QFile::exists(QStringLiteral("/dev/full")))
             QSKIP("needs a device that is always full");
         QVERIFY(QFile::link(QStringLiteral("/dev/full"), path));
@@ -365,54 +316,42 @@ void TestDownloaderManager::failureIsReportedOnce()
         m_component->StartDownload(context());
     }
 
-    QTRY_COMPARE_WITH_TIMEOUT(endings(), 1, 3 * Timing::stallTimeoutMs());
-    const DownloadCallbackInfo info = m_reports.last();
-    QVERIFY(info.bError && !info.bComplete);
-    QCOMPARE(int(info.errorCode), code);
-    QCOMPARE(info.errorMsg, message);
-    if (!fullDisk) // what was kept is the server's own head: no error page, nothing twice
-        QCOMPARE(QFileUtils::GetFileMD5(path), md5Of(data.left(int(sizeOnDisk(path)))));
-    if (dataBeforeFailures > 0) // four restarts, each from what is on disk
-        QVERIFY(m_server->requestsFor("/f.bin").size() >= 5);
-
-    const int requestsAtFailure = m_server->requests().size();
+    if (code == NoError) {
+        verifyCompleted();
+    } else {
+        QTRY_VERIFY_WITH_TIMEOUT(endings() > 0, 3 * Timing::stallTimeoutMs());
+        const DownloadCallbackInfo info = m_reports.last();
+        QVERIFY(info.bError && !info.bComplete);
+        QCOMPARE(int(info.errorCode), code);
+        QCOMPARE(info.errorMsg, message);
+        if (code != WriteFailed) // what was kept is the server's own head: no error page, nothing twice
+            QCOMPARE(QFileUtils::GetFileMD5(path), md5Of(data.left(int(sizeOnDisk(path)))));
+    }
     QTest::qWait(3 * Timing::restartDelayMs());
-    QCOMPARE(m_server->requests().size(), requestsAtFailure);
     QCOMPARE(endings(), 1);
+    QCOMPARE(m_server->requests("/f.bin").size(), requests);
 }
 
-void TestDownloaderManager::zeroLimitHoldsUntilLifted()
+void TestDownloaderManager::speedLimitHoldsThenPaces()
 {
-    const QString path = addFile(QStringLiteral("f.bin"), makeData(30000, 91));
+    const QString a = addFile(QStringLiteral("a.bin"), makeData(300000, 101));
+    addFile(QStringLiteral("b.bin"), makeData(314400, 102));
     context().m_bLimitSpeed = true;
     context().m_updateSetting.limitSpeed = 0;
     m_component->StartDownload(context());
     // Longer than the stall time-out: a held transfer is not a stalled one.
     QTest::qWait(Timing::stallTimeoutMs() * 3 / 2);
     QCOMPARE(endings(), 0);
-    QCOMPARE(sizeOnDisk(path), qint64(0));
+    QCOMPARE(sizeOnDisk(a), qint64(0));
 
-    context().m_bLimitSpeed = false;
+    // 300 KB/s stretches 600 KB over about two seconds: a few samples.
+    context().m_updateSetting.limitSpeed = 300;
     m_component->SetSpeedLimit();
     verifyCompleted();
-}
-
-void TestDownloaderManager::progressFollowsTheBytesOnDisk()
-{
-    // 300 KB/s stretches 600 KB over about two seconds: a few samples.
-    addFile(QStringLiteral("a.bin"), makeData(300000, 101));
-    addFile(QStringLiteral("b.bin"), makeData(314400, 102));
-    context().m_bLimitSpeed = true;
-    context().m_updateSetting.limitSpeed = 300;
-    m_component->StartDownload(context());
-    verifyCompleted();
-
-    QVERIFY(m_reports.size() >= 2);
     qint64 previous = 0;
     bool sawSpeed = false;
     for (int i = 0; i + 1 < m_reports.size(); ++i) {
         const DownloadCallbackInfo& info = m_reports.at(i);
-        QVERIFY(!info.bComplete && !info.bError);
         QVERIFY(info.receivedBytes >= previous && info.receivedBytes <= info.totalBytes);
         QCOMPARE(info.percent, float(double(info.receivedBytes) / double(info.totalBytes)));
         previous = info.receivedBytes;
