@@ -189,16 +189,22 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested_data()
     QTest::addColumn<int>("localSize"); // -1: no local file
     QTest::addColumn<QString>("served"); // "", "ignore range", "redirect", "longer"
     QTest::addColumn<QByteArray>("range"); // empty: the file must not be requested
+    QTest::addColumn<int>("limitKb"); // 0: no speed limit
 
-    QTest::newRow("resume, no local file") << false << -1 << "" << QByteArray("bytes=0-");
-    QTest::newRow("resume, partial file") << false << 12345 << "" << QByteArray("bytes=12345-");
-    QTest::newRow("resume, complete file") << false << 30000 << "" << QByteArray();
-    QTest::newRow("resume, file too long") << false << 30001 << "" << QByteArray("bytes=0-");
-    QTest::newRow("fresh start, partial file") << true << 12345 << "" << QByteArray("bytes=0-");
-    QTest::newRow("fresh start, complete file") << true << 30000 << "" << QByteArray("bytes=0-");
-    QTest::newRow("server ignores Range") << false << 12345 << "ignore range" << QByteArray("bytes=12345-");
-    QTest::newRow("behind a redirect") << false << 12345 << "redirect" << QByteArray("bytes=12345-");
-    QTest::newRow("server's file longer") << false << 12345 << "longer" << QByteArray("bytes=12345-");
+    QTest::newRow("resume, no local file") << false << -1 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("resume, partial file") << false << 12345 << "" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("resume, complete file") << false << 30000 << "" << QByteArray() << 0;
+    QTest::newRow("resume, file too long") << false << 30001 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("fresh start, partial file") << true << 12345 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("fresh start, complete file") << true << 30000 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("server ignores Range")
+        << false << 12345 << "ignore range" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("behind a redirect") << false << 12345 << "redirect" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("server's file longer") << false << 12345 << "longer" << QByteArray("bytes=12345-") << 0;
+    // Under a limit the reply buffers less than the offset it must drop: the drop cannot wait for
+    // the transfer budget.
+    QTest::newRow("server ignores Range, limited")
+        << false << 900000 << "ignore range" << QByteArray("bytes=900000-") << 100;
 }
 
 void TestDownloaderManager::localFilesDecideWhatIsRequested()
@@ -207,7 +213,11 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     QFETCH(int, localSize);
     QFETCH(QString, served);
     QFETCH(QByteArray, range);
-    const QByteArray data = makeData(30000, 21);
+    QFETCH(int, limitKb);
+    context().m_bLimitSpeed = limitKb > 0;
+    context().m_updateSetting.limitSpeed = limitKb;
+    // A limited row needs an offset well above the four seconds of data the reply may buffer.
+    const QByteArray data = makeData(limitKb > 0 ? 1000000 : 30000, 21);
     const QString path = addFile(QStringLiteral("game.pak"), data);
     addFile(QStringLiteral("other.pak"), makeData(7000, 22));
     Behaviour behaviour;
