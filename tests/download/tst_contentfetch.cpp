@@ -67,6 +67,7 @@ void TestContentFetch::requestCarriesTimestampAndBody_data()
     QTest::addColumn<QString>("queryHead"); // what precedes the timestamp
     QTest::newRow("no query") << "/info.json" << QString() << "";
     QTest::newRow("with a query") << "/info.json?a=1" << QString() << "a=1&";
+    QTest::newRow("percent-encoded query") << "/info.json?dir=a%2Fb" << QString() << "dir=a%2Fb&";
     QTest::newRow("with a body") << "/info.json" << QStringLiteral("channel=IOS&名字=值") << "";
 }
 
