@@ -22,8 +22,6 @@ private slots:
     void cleanup();
 
     void missingFileGetsDefaults();
-    void storedValuesAreRead_data();
-    void storedValuesAreRead();
     void emptyStageReadsAsInitStage();
     void saveThenReadRoundTrips();
     void nonAsciiPathsSurvive();
@@ -106,35 +104,6 @@ void TestSerializer::missingFileGetsDefaults()
     QSettings ini(configPath(), QSettings::IniFormat);
     QCOMPARE(ini.value(QStringLiteral("IsOpenBgMusic")).toString(), QStringLiteral("true"));
     QCOMPARE(ini.value(QStringLiteral("LimitSpeed")).toString(), QStringLiteral("-1"));
-}
-
-void TestSerializer::storedValuesAreRead_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<QString>("field");
-    QTest::addColumn<QVariant>("expected");
-    QTest::addRow("music off stays off")
-        << QByteArray("IsOpenBgMusic=false") << "isOpenBgMusic" << QVariant(false);
-    QTest::addRow("auto start on") << QByteArray("IsAutoStart=true") << "isAutoStart" << QVariant(true);
-    QTest::addRow("limit") << QByteArray("LimitSpeed=2048") << "limitSpeed" << QVariant(2048);
-    QTest::addRow("volume zero") << QByteArray("MusicVolume=0") << "musicVolume" << QVariant(0);
-    QTest::addRow("language") << QByteArray("MusicLanguage=english") << "musicLanguage"
-                              << QVariant("english");
-    QTest::addRow("patch finished") << QByteArray("bPatchFinished=true") << "bPatchFinished"
-                                    << QVariant(true);
-    QTest::addRow("login server") << QByteArray("LoginServer=http://login") << "loginServer"
-                                  << QVariant("http://login");
-}
-
-void TestSerializer::storedValuesAreRead()
-{
-    QFETCH(QByteArray, line);
-    QFETCH(QString, field);
-    QFETCH(QVariant, expected);
-    writeConfig("[General]\n" + line + "\n");
-    UpdateSetting s;
-    Serializer().ReadSetting(s);
-    QCOMPARE(fieldsOf(s).value(field), expected);
 }
 
 void TestSerializer::emptyStageReadsAsInitStage()
