@@ -14,6 +14,20 @@ QString textOf(const QJsonObject& object, const char* key)
     return object.value(QLatin1String(key)).toString();
 }
 
+// Both item lists are arrays of objects with three text members; anything else reads as empty.
+template <typename Item>
+void readItems(QVector<Item>& list, const QString& key, const QJsonObject& object, const char* first,
+    const char* second, const char* third)
+{
+    const QJsonArray items = object.value(key).toArray();
+    list.clear();
+    list.reserve(items.size());
+    for (const QJsonValue& value : items) {
+        const QJsonObject item = value.toObject();
+        list.append({ textOf(item, first), textOf(item, second), textOf(item, third) });
+    }
+}
+
 bool switchOf(const QJsonObject& object, const char* key)
 {
     return object.value(QLatin1String(key)).toBool(false);
@@ -71,24 +85,12 @@ void SolveRemoteInfo(const QString& json, GameUpdateContext& ctx)
 
 void ReadNoticeItems(QVector<NoticeItem>& list, const QString& key, const QJsonObject& object)
 {
-    const QJsonArray items = object.value(key).toArray();
-    list.clear();
-    list.reserve(items.size());
-    for (const QJsonValue& value : items) {
-        const QJsonObject item = value.toObject();
-        list.append({ textOf(item, "title"), textOf(item, "time"), textOf(item, "link") });
-    }
+    readItems(list, key, object, "title", "time", "link");
 }
 
 void ReadCarouselItems(QVector<CarouselItem>& list, const QString& key, const QJsonObject& object)
 {
-    const QJsonArray items = object.value(key).toArray();
-    list.clear();
-    list.reserve(items.size());
-    for (const QJsonValue& value : items) {
-        const QJsonObject item = value.toObject();
-        list.append({ textOf(item, "url"), textOf(item, "link"), textOf(item, "md5") });
-    }
+    readItems(list, key, object, "url", "link", "md5");
 }
 
 } // namespace Morvantix

@@ -10,6 +10,7 @@
 #include <QMap>
 
 #include <algorithm>
+#include <utility>
 
 namespace Morvantix {
 
@@ -22,6 +23,14 @@ void logPlanning(const QString& line)
 
 // Patch ends of the enabled entries, oldest first, each version once. A stable sort keeps the first
 // spelling of versions that share a key, so the log and the steps name them as the manifest did first.
+std::pair<Version, Version> versionsOf(const PatchEntry& entry)
+{
+    std::pair<Version, Version> ends;
+    GetVersionByString(entry.fromVersion, ends.first);
+    GetVersionByString(entry.toVersion, ends.second);
+    return ends;
+}
+
 QVector<Version> discreteVersions(const GuideManifestInfo& manifest)
 {
     QVector<Version> versions;
@@ -29,10 +38,7 @@ QVector<Version> discreteVersions(const GuideManifestInfo& manifest)
     for (const PatchEntry& entry : manifest.patchList) {
         if (!entry.bEnabled)
             continue;
-        Version to;
-        Version from;
-        GetVersionByString(entry.toVersion, to);
-        GetVersionByString(entry.fromVersion, from);
+        const auto [from, to] = versionsOf(entry);
         versions.append(to);
         versions.append(from);
     }
@@ -61,10 +67,7 @@ void addPatchEdges(const GuideManifestInfo& manifest, const QMap<Version, int>& 
         const PatchEntry& entry = manifest.patchList.at(position);
         if (!entry.bEnabled)
             continue;
-        Version from;
-        Version to;
-        GetVersionByString(entry.fromVersion, from);
-        GetVersionByString(entry.toVersion, to);
+        const auto [from, to] = versionsOf(entry);
         const int row = indexOf.value(from);
         const int column = indexOf.value(to);
         weight.at(row, column) = entry.cost;
