@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QTest>
+#include <QVector>
+
+#include <functional>
+
+// Keeps a copy of every record a worker hands to its callback and tells when the job has ended.
+// isEnd decides which records are endings; by default those with bComplete set.
+template <typename Info> class CallbackRecorder
+{
+public:
+    explicit CallbackRecorder(
+        std::function<bool(const Info&)> isEnd = [](const Info& info) { return info.bComplete; })
+        : m_isEnd(std::move(isEnd))
+    { }
+
+    std::function<void(Info&)> callback()
+    {
+        return [this](Info& info) {
+            m_reports.append(info);
+            if (m_isEnd(info))
+                ++m_endings;
+        };
+    }
+
+    // Waits for the first ending, then a moment more so that a second one would be seen.
+    bool waitForEnd(int timeoutMs = 30000)
+    {
+        if (!QTest::qWaitFor([this] { return m_endings > 0; }, timeoutMs))
+            return false;
+        QTest::qWait(20);
+        return true;
+    }
+
+    int endings() const { return m_endings; }
+    const QVector<Info>& reports() const { return m_reports; }
+    const Info& last() const { return m_reports.last(); }
+    QVector<Info> progressReports() const
+    {
+        QVector<Info> progress;
+        for (const Info& info : m_reports) {
+            if (!m_isEnd(info))
+                progress.append(info);
+        }
+        return progress;
+    }
+
+private:
+    std::function<bool(const Info&)> m_isEnd;
+    QVector<Info> m_reports;
+    int m_endings = 0;
+};
