@@ -4,6 +4,7 @@
 #include "core/CoreSystem.h"
 #include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
+#include "core/VerifyComponent.h"
 
 namespace Morvantix {
 
@@ -24,6 +25,11 @@ std::shared_ptr<DownloadComponent> GetDownloadComponent()
 std::shared_ptr<SerializeComponent> GetSerializeComponent()
 {
     return componentOf<SerializeComponent>(EComponentType::Serialize);
+}
+
+std::shared_ptr<VerifyComponent> GetVerifyComponent()
+{
+    return componentOf<VerifyComponent>(EComponentType::Verify);
 }
 
 std::shared_ptr<CheckComponent> GetCheckComponent()

@@ -3,6 +3,7 @@
 #include "core/CheckComponent.h"
 #include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
+#include "core/VerifyComponent.h"
 
 #include <QDebug>
 
@@ -14,6 +15,7 @@ CoreSystem::CoreSystem()
     // this library yet have no entry rather than a placeholder.
     RegistComponent(EComponentType::Download, std::make_shared<DownloadComponent>());
     RegistComponent(EComponentType::Serialize, std::make_shared<SerializeComponent>());
+    RegistComponent(EComponentType::Verify, std::make_shared<VerifyComponent>());
     RegistComponent(EComponentType::Check, std::make_shared<CheckComponent>());
     m_curContext = std::make_shared<GameUpdateContext>();
 }
