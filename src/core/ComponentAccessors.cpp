@@ -4,6 +4,7 @@
 #include "core/CoreSystem.h"
 #include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
+#include "core/UnZipComponent.h"
 
 namespace Morvantix {
 
@@ -29,6 +30,11 @@ std::shared_ptr<SerializeComponent> GetSerializeComponent()
 std::shared_ptr<CheckComponent> GetCheckComponent()
 {
     return componentOf<CheckComponent>(EComponentType::Check);
+}
+
+std::shared_ptr<UnZipComponent> GetUnZipComponent()
+{
+    return componentOf<UnZipComponent>(EComponentType::UnZip);
 }
 
 } // namespace Morvantix
