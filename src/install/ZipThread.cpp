@@ -51,11 +51,16 @@ void ZipThread::run()
     }
 }
 
+bool ZipThread::IsDeletableFolder(const QString& folder)
+{
+    if (folder.trimmed().isEmpty())
+        return false;
+    return !QDir(QDir::cleanPath(QDir(folder).absolutePath())).isRoot();
+}
+
 bool ZipThread::ClearDestination()
 {
-    // The folder comes from the settings a player can edit; a mistyped one must not wipe a drive.
-    const QString absolute = QDir::cleanPath(QDir(m_unZipFolder).absolutePath());
-    if (QDir(absolute).isRoot()) {
+    if (!IsDeletableFolder(m_unZipFolder)) {
         Logger::LogInfo(kTag, QStringLiteral("refuse to delete unzip folder %1").arg(m_unZipFolder));
         return Fail(m_fileList.first(), SevenZipOutput::kFatalError,
             SevenZipOutput::UnsafeDestinationText(m_unZipFolder));

@@ -14,6 +14,10 @@ class CORE_EXPORT ZipThread : public QThread
 public:
     explicit ZipThread(QObject* parent = nullptr);
 
+    // False for an empty name and for a volume root: the folder a full unpack empties first comes
+    // from settings a player can edit, and a mistyped one must not wipe a drive.
+    static bool IsDeletableFolder(const QString& folder);
+
     QStringList m_fileList;
     QString m_unZipFolder;
     bool m_bRepair = false;
