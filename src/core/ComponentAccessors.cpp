@@ -5,6 +5,7 @@
 #include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
 #include "core/VerifyComponent.h"
+#include "core/UnZipComponent.h"
 
 namespace Morvantix {
 
@@ -35,6 +36,11 @@ std::shared_ptr<VerifyComponent> GetVerifyComponent()
 std::shared_ptr<CheckComponent> GetCheckComponent()
 {
     return componentOf<CheckComponent>(EComponentType::Check);
+}
+
+std::shared_ptr<UnZipComponent> GetUnZipComponent()
+{
+    return componentOf<UnZipComponent>(EComponentType::UnZip);
 }
 
 } // namespace Morvantix
