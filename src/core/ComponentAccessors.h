@@ -8,11 +8,13 @@ namespace Morvantix {
 
 class CheckComponent;
 class DownloadComponent;
+class PatchComponent;
 class SerializeComponent;
 
 // Typed shortcuts into the registry. A missing component, or one of another class, gives an empty
 // pointer.
 CORE_EXPORT std::shared_ptr<DownloadComponent> GetDownloadComponent();
+CORE_EXPORT std::shared_ptr<PatchComponent> GetPatchComponent();
 CORE_EXPORT std::shared_ptr<SerializeComponent> GetSerializeComponent();
 CORE_EXPORT std::shared_ptr<CheckComponent> GetCheckComponent();
 

@@ -2,6 +2,7 @@
 
 #include "core/CheckComponent.h"
 #include "core/DownloadComponent.h"
+#include "core/PatchComponent.h"
 #include "core/SerializeComponent.h"
 
 #include <QDebug>
@@ -13,6 +14,7 @@ CoreSystem::CoreSystem()
     // Registration order is the construction order of the workers; stages that are not built into
     // this library yet have no entry rather than a placeholder.
     RegistComponent(EComponentType::Download, std::make_shared<DownloadComponent>());
+    RegistComponent(EComponentType::Patch, std::make_shared<PatchComponent>());
     RegistComponent(EComponentType::Serialize, std::make_shared<SerializeComponent>());
     RegistComponent(EComponentType::Check, std::make_shared<CheckComponent>());
     m_curContext = std::make_shared<GameUpdateContext>();
