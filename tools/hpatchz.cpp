@@ -16,6 +16,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -140,8 +141,8 @@ public:
 
     int fd() const { return m_fd; }
 
-    // Puts the written file in place of out: on disk first, then renamed, then the folder entry
-    // made durable.
+    // Puts the written file in place of out: on disk first, then renamed. The folder entry is not
+    // flushed: after a power cut the rename may be lost, which leaves the old file, never a torn one.
     Outcome commit(const std::string& outPath, mode_t mode)
     {
         if (::fchmod(m_fd, mode) != 0)
@@ -158,11 +159,6 @@ public:
         if (::rename(m_name.c_str(), outPath.c_str()) != 0)
             return failureFromErrno("cannot rename the new file to " + outPath, errno);
         m_committed = true;
-        const int folder = ::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (folder >= 0) {
-            ::fsync(folder);
-            ::close(folder);
-        }
         return {};
     }
 
@@ -206,13 +202,20 @@ Outcome RunDecoder(const Options& options, int outputFd)
         ::_exit(127);
     }
     ::close(errorPipe[1]);
+    // While the decoder writes, its output is handed to the disk in the background, so the final
+    // flush before the rename has little left to wait for.
     std::string errors;
     char buffer[4096];
-    ssize_t got;
-    while ((got = ::read(errorPipe[0], buffer, sizeof buffer)) != 0) {
+    pollfd watch { errorPipe[0], POLLIN, 0 };
+    for (;;) {
+        const int ready = ::poll(&watch, 1, 10);
+        ::sync_file_range(outputFd, 0, 0, SYNC_FILE_RANGE_WRITE);
+        if (ready == 0 || (ready < 0 && errno == EINTR))
+            continue;
+        const ssize_t got = ready > 0 ? ::read(errorPipe[0], buffer, sizeof buffer) : -1;
         if (got > 0)
             errors.append(buffer, size_t(got));
-        else if (errno != EINTR)
+        else if (got == 0 || errno != EINTR)
             break;
     }
     ::close(errorPipe[0]);
