@@ -5,6 +5,6 @@ build="$1"
 data="$(dirname "$0")/data/patch"
 rm -rf "$data"
 mkdir -p "$data"
-trap '[ -n "${KEEP:-}" ] || rm -rf "$data"' EXIT
+trap 'rm -rf "$data"' EXIT
 # The stage finds its diff tool beside the command-line programs.
 PATH="$build/bin:$PATH" "$build/bench/patch" "$data" 20 30 9
