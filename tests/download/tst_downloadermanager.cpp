@@ -10,6 +10,7 @@
 
 #include <QCryptographicHash>
 #include <QNetworkReply>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -20,6 +21,7 @@ using Behaviour = HttpTestServer::Behaviour;
 
 namespace {
 constexpr int kTimeDivisor = 10; // the stall time-out is 2 s, the restart delay 200 ms
+constexpr qint64 kReadBufferCap = 4 << 20; // what a reply may hold unread without a speed limit
 
 // Reproducible bytes that differ at every offset, so a misplaced or repeated block changes the hash.
 QByteArray makeData(int size, int seed)
@@ -59,6 +61,20 @@ GameUpdateContext& context()
 {
     return *CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
 }
+
+// The most that any running reply of the manager held unread, seen each time one of them grew.
+class ReplyBufferWatch : public QObject
+{
+public:
+    ReplyBufferWatch()
+    {
+        for (QNetworkReply* reply : DownloaderManager::GetInstance()->findChildren<QNetworkReply*>())
+            connect(reply, &QIODevice::readyRead, this,
+                [this, reply] { peak = qMax(peak, reply->bytesAvailable()); });
+    }
+    qint64 peak = 0;
+};
+
 } // namespace
 
 // The download manager, reached through its component, against a real server: scheduling,
@@ -81,6 +97,7 @@ private slots:
     void faultEndsInOneReport_data();
     void faultEndsInOneReport();
     void speedLimitHoldsThenPaces();
+    void busyLoopLeavesReplyBuffersCapped();
 
 private:
     QString addFile(
@@ -293,12 +310,12 @@ void TestDownloaderManager::faultEndsInOneReport_data()
     QTest::newRow("cut after data, four others")
         << 60000 << 4 << 2 << 0 << QString() << Faults { cutAt(8000), slow };
     QTest::newRow("restarts run out") << 60000 << 0 << 5 << 2 << closed << Faults { cutAt(6000), cutAt(0) };
+    QTest::newRow("short file") << 40000 << 0 << 1 << 3 << timedOut << Faults { {} };
     // Nothing had flowed: the server is at fault and retrying will not help.
     QTest::newRow("cut before any data") << 60000 << 0 << 1 << 2 << closed << Faults { cutAt(0) };
     QTest::newRow("error page") << 60000 << 0 << 1 << 2
                                 << failed.arg(int(QNetworkReply::ContentNotFoundError)) << Faults { { 404 } };
     QTest::newRow("stall") << 60000 << 0 << 1 << 3 << timedOut << Faults { stall };
-    QTest::newRow("short file") << 40000 << 0 << 1 << 3 << timedOut << Faults { {} };
     QTest::newRow("full disk") << 60000 << 0 << 1 << 5
                                << QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载")
                                << Faults { {} };
@@ -368,6 +385,30 @@ void TestDownloaderManager::speedLimitHoldsThenPaces()
         sawSpeed = sawSpeed || info.speed > 0;
     }
     QVERIFY(sawSpeed);
+}
+
+void TestDownloaderManager::busyLoopLeavesReplyBuffersCapped()
+{
+    addFile(QStringLiteral("big.bin"), makeData(32 << 20, 111));
+    // The server sends from a thread of its own, so it goes on while this thread is held busy.
+    QThread serverThread;
+    m_server->moveToThread(&serverThread);
+    serverThread.start();
+    const auto bringBack = qScopeGuard([&] {
+        QMetaObject::invokeMethod(
+            m_server.get(), [&] { m_server->moveToThread(thread()); }, Qt::BlockingQueuedConnection);
+        serverThread.quit();
+        serverThread.wait();
+    });
+    m_component->StartDownload(context());
+    const ReplyBufferWatch watch;
+    // Each pass waits long enough for the network thread to take in far more than the cap.
+    QTimer busy;
+    connect(&busy, &QTimer::timeout, [] { QThread::msleep(40); });
+    busy.start(5);
+    QTRY_VERIFY_WITH_TIMEOUT(endings() > 0, 15000);
+    QVERIFY(m_reports.last().bComplete);
+    QVERIFY2(watch.peak > 0 && watch.peak <= kReadBufferCap, QByteArray::number(watch.peak));
 }
 
 CORE_TEST_CLASS(TestDownloaderManager)
