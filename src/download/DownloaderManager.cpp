@@ -5,6 +5,7 @@
 #include "download/DownloadTexts.h"
 #include "download/downloader.h"
 #include "files/QFileUtils.h"
+#include "files/SafePath.h"
 #include "log/Logger.h"
 
 #include <QCoreApplication>
@@ -132,11 +133,42 @@ void DownloaderManager::StartDownload(GameUpdateContext& ctx)
     // Data of an earlier job says nothing about this one's server.
     m_bDataArrived = false;
     PreStartDownload(ctx);
+    if (RefuseEntriesOutsideCache(ctx))
+        return;
 
-    QFileUtils::DeleteFileOrFolder(m_downloadDir);
-    QFileUtils::CreateFolder(m_downloadDir);
+    // The folder comes from the list, and the list from the server: only the cache folder the
+    // settings name may be wiped, never what a crafted entry points at.
+    if (IsCacheFolder(m_downloadDir, ctx))
+        QFileUtils::DeleteFileOrFolder(m_downloadDir);
+    if (!m_downloadDir.isEmpty())
+        QFileUtils::CreateFolder(m_downloadDir);
     CalculateTotalSize(ctx);
     StartNextDownload();
+}
+
+bool DownloaderManager::RefuseEntriesOutsideCache(const GameUpdateContext& ctx)
+{
+    const QString& cache = ctx.m_updateSetting.cachePath;
+    for (const DownloadFileInfo& file : ctx.m_downloadFileList) {
+        // The cache itself is no place for a file either: its parent would become the download folder.
+        if (SafePath::IsInsideFolder(cache, file.localPath)
+            && !SafePath::IsInsideFolder(file.localPath, cache))
+            continue;
+        Logger::LogInfo(kTag,
+            QStringLiteral("refused %1: not a file inside the cache folder \"%2\"")
+                .arg(file.localPath, cache));
+        onError(ErrorCode::WriteFailed, DownloadTexts::pathOutsideCache());
+        return true;
+    }
+    return false;
+}
+
+bool DownloaderManager::IsCacheFolder(const QString& folder, const GameUpdateContext& ctx) const
+{
+    const QString& cache = ctx.m_updateSetting.cachePath;
+    const bool sameFolder
+        = SafePath::IsInsideFolder(folder, cache) && SafePath::IsInsideFolder(cache, folder);
+    return sameFolder && !QDir(QDir::cleanPath(QDir::fromNativeSeparators(cache))).isRoot();
 }
 
 void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
@@ -153,6 +185,8 @@ void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
     m_bStop = false;
     m_bTransferScheduled = true;
     PreStartDownload(ctx);
+    if (RefuseEntriesOutsideCache(ctx))
+        return;
     CalculateTotalSize(ctx);
     if (!m_downloadDir.isEmpty() && !QDir(m_downloadDir).exists())
         QFileUtils::CreateFolder(m_downloadDir);

@@ -77,6 +77,8 @@ private:
     void ClearRecordSpeed();
     void PrivateSetSpeedLimit();
 
+    bool RefuseEntriesOutsideCache(const Morvantix::GameUpdateContext& ctx);
+    bool IsCacheFolder(const QString& folder, const Morvantix::GameUpdateContext& ctx) const;
     void RestartAfterFailure();
     void HandleNetworkFailure(const QString& errStr);
     void ReleaseFinishedTransfer(const QString& filename);

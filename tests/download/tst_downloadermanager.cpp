@@ -97,6 +97,8 @@ private slots:
     void faultEndsInOneReport_data();
     void faultEndsInOneReport();
     void speedLimitHoldsThenPaces();
+    void entriesOutsideCacheTouchNothing_data();
+    void entriesOutsideCacheTouchNothing();
     void busyLoopLeavesReplyBuffersCapped();
 
 private:
@@ -122,6 +124,7 @@ void TestDownloaderManager::init()
     m_reports.clear();
     m_files.clear();
     context().m_downloadFileList.clear();
+    context().m_updateSetting.cachePath = m_dir->filePath(QStringLiteral("cache"));
     m_component->RegistCallbackFunc([this](DownloadCallbackInfo& info) { m_reports.append(info); });
 }
 
@@ -385,6 +388,38 @@ void TestDownloaderManager::speedLimitHoldsThenPaces()
         sawSpeed = sawSpeed || info.speed > 0;
     }
     QVERIFY(sawSpeed);
+}
+
+void TestDownloaderManager::entriesOutsideCacheTouchNothing_data()
+{
+    QTest::addColumn<QStringList>("names"); // entries' file names, under the cache folder
+    QTest::addColumn<bool>("cacheKnown"); // false: the settings name no cache folder yet
+
+    QTest::newRow("the cache itself") << QStringList { "" } << true;
+    QTest::newRow("climbs out with backslashes") << QStringList { "..\\..\\x.bin" } << true;
+    QTest::newRow("second entry climbs out") << QStringList { "ok.bin", "../out.bin" } << true;
+    QTest::newRow("no cache folder") << QStringList { "ok.bin" } << false;
+}
+
+void TestDownloaderManager::entriesOutsideCacheTouchNothing()
+{
+    QFETCH(QStringList, names);
+    QFETCH(bool, cacheKnown);
+    for (const QString& name : names)
+        addFile(name, makeData(3000, 121));
+    if (!cacheKnown)
+        context().m_updateSetting.cachePath.clear();
+    writeFile(m_dir->filePath(QStringLiteral("sibling.txt")), "the game");
+    writeFile(m_dir->filePath(QStringLiteral("cache/partial.bin")), "kept");
+
+    m_component->StartDownload(context());
+    QCOMPARE(endings(), 1);
+    QCOMPARE(int(m_reports.last().errorCode), int(WriteFailed));
+    QCOMPARE(m_reports.last().errorMsg, QStringLiteral("下载文件的保存位置不在缓存目录内，已停止下载"));
+    QCOMPARE(QDir(m_dir->path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+        QStringList({ "cache", "sibling.txt" }));
+    QCOMPARE(
+        QDir(m_dir->filePath(QStringLiteral("cache"))).entryList(QDir::Files), QStringList { "partial.bin" });
 }
 
 void TestDownloaderManager::busyLoopLeavesReplyBuffersCapped()
