@@ -101,6 +101,7 @@ void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
 
     m_bytesTotalReceived = 0;
     m_bytesLastSample = 0;
+    m_bytesDiscarded = 0;
     m_callbackInfo.speed = 0;
     m_transferClock.restart();
     m_lastTransferMs = 0;
@@ -247,6 +248,10 @@ void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& file
         new downloader(this, m_networkManager.data(), &m_bytesTotalReceived), &QObject::deleteLater);
     connect(transfer.data(), &downloader::ReadyToTransfer, this, &DownloaderManager::onReadyRead);
     connect(transfer.data(), &downloader::DownloadResult, this, &DownloaderManager::onDownloadResult);
+    connect(transfer.data(), &downloader::PartialDiscarded, this, [this](qint64 bytes) {
+        m_bytesCurrentTotalReceived -= bytes;
+        m_bytesDiscarded += bytes;
+    });
     m_downloaderList.append(transfer);
     transfer->SetRequest(filePath, url, size);
     transfer->ReStartDownload();

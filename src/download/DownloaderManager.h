@@ -128,4 +128,5 @@ private:
     bool m_bRestartPending = false;
     const int m_maxTimeoutRetry = 3;
     bool m_bDataArrived = false; // "startDownloadedFlag" in the traces
+    qint64 m_bytesDiscarded = 0; // of partial files started again since PreStartDownload
 };

@@ -207,30 +207,35 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested_data()
 {
     QTest::addColumn<bool>("fresh");
     QTest::addColumn<int>("localSize"); // -1: no local file
+    QTest::addColumn<int>("copy"); // the local file's validator: 0 none, 1 the server's, 2 an older copy's
     QTest::addColumn<QString>("served"); // "", "ignore range", "redirect", "longer"
     QTest::addColumn<QByteArray>("range"); // empty: the file must not be requested
     QTest::addColumn<int>("limitKb"); // 0: no speed limit
 
-    QTest::newRow("resume, no local file") << false << -1 << "" << QByteArray("bytes=0-") << 0;
-    QTest::newRow("resume, partial file") << false << 12345 << "" << QByteArray("bytes=12345-") << 0;
-    QTest::newRow("resume, complete file") << false << 30000 << "" << QByteArray() << 0;
-    QTest::newRow("resume, file too long") << false << 30001 << "" << QByteArray("bytes=0-") << 0;
-    QTest::newRow("fresh start, partial file") << true << 12345 << "" << QByteArray("bytes=0-") << 0;
-    QTest::newRow("fresh start, complete file") << true << 30000 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("resume, no local file") << false << -1 << 0 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("resume, partial file") << false << 12345 << 1 << "" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("resume, complete file") << false << 30000 << 0 << "" << QByteArray() << 0;
+    QTest::newRow("resume, file too long") << false << 30001 << 0 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("fresh start, partial file") << true << 12345 << 1 << "" << QByteArray("bytes=0-") << 0;
+    // The server's copy is not the one the partial came from: the whole new file, not a splice.
+    QTest::newRow("server's copy changed") << false << 12345 << 2 << "" << QByteArray("bytes=12345-") << 0;
     QTest::newRow("server ignores Range")
-        << false << 12345 << "ignore range" << QByteArray("bytes=12345-") << 0;
-    QTest::newRow("behind a redirect") << false << 12345 << "redirect" << QByteArray("bytes=12345-") << 0;
-    QTest::newRow("server's file longer") << false << 12345 << "longer" << QByteArray("bytes=12345-") << 0;
+        << false << 12345 << 1 << "ignore range" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("behind a redirect")
+        << false << 12345 << 1 << "redirect" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("server's file longer")
+        << false << 12345 << 1 << "longer" << QByteArray("bytes=12345-") << 0;
     // Under a limit the reply buffers less than the offset it must drop: the drop cannot wait for
     // the transfer budget.
     QTest::newRow("server ignores Range, limited")
-        << false << 900000 << "ignore range" << QByteArray("bytes=900000-") << 100;
+        << false << 900000 << 1 << "ignore range" << QByteArray("bytes=900000-") << 100;
 }
 
 void TestDownloaderManager::localFilesDecideWhatIsRequested()
 {
     QFETCH(bool, fresh);
     QFETCH(int, localSize);
+    QFETCH(int, copy);
     QFETCH(QString, served);
     QFETCH(QByteArray, range);
     QFETCH(int, limitKb);
@@ -242,15 +247,19 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     addFile(QStringLiteral("other.pak"), makeData(7000, 22));
     Behaviour behaviour;
     behaviour.honourRange = served != QLatin1String("ignore range");
-    m_server->setRoute(
-        "/game.pak", served == QLatin1String("longer") ? data + "surplus" : data, { behaviour });
+    const QByteArray body = served == QLatin1String("longer") ? data + "surplus" : data;
+    m_server->setRoute("/game.pak", body, { behaviour });
     if (served == QLatin1String("redirect")) {
         behaviour.redirectTo = m_server->url(QStringLiteral("/game.pak")).toLatin1();
         m_server->setRoute("/moved.pak", QByteArray(), { behaviour });
         context().m_downloadFileList.first().url = m_server->url(QStringLiteral("/moved.pak"));
     }
+    const QByteArray older = makeData(data.size(), 23);
+    const QByteArray validator = HttpTestServer::etagOf(copy == 2 ? older : body);
     if (localSize >= 0)
-        writeFile(path, (data + "trailing garbage").left(localSize));
+        writeFile(path, ((copy == 2 ? older : data) + "trailing garbage").left(localSize));
+    if (copy > 0)
+        writeFile(path + QStringLiteral(".validator"), validator);
     const QString stray = m_dir->filePath(QStringLiteral("cache/stray.tmp"));
     writeFile(stray, "left from an earlier job");
 
@@ -261,9 +270,12 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     verifyCompleted();
     const auto requests = m_server->requests("/game.pak");
     QCOMPARE(requests.size(), range.isEmpty() ? 0 : 1);
-    if (!range.isEmpty())
+    if (!range.isEmpty()) {
         QCOMPARE(requests.at(0).header("range"), range);
+        QCOMPARE(requests.at(0).header("if-range"), copy > 0 && !fresh ? validator : QByteArray());
+    }
     QCOMPARE(QFile::exists(stray), !fresh);
+    QVERIFY(!QFile::exists(path + QStringLiteral(".validator")));
 }
 
 void TestDownloaderManager::pauseKeepsPartialFilesAndResumeAppends()
