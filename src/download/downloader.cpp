@@ -253,12 +253,20 @@ void downloader::OnFinished()
     const QNetworkReply::NetworkError error = m_reply->error();
     Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("timeout error code is %1").arg(int(error)));
 
-    // A reply that ends well says nothing here: completion is counted in bytes by TransferData, and
-    // what the reply still buffers is pulled by the transfer loop after it finished.
-    if (error == QNetworkReply::NoError || error == QNetworkReply::OperationCanceledError)
+    if (error == QNetworkReply::OperationCanceledError)
         return;
-
-    const QString text = QStringLiteral("%1 [code:%2]").arg(DownloadTexts::networkFailed()).arg(int(error));
+    if (CarriesFileData())
+        SkipBytesBeforeOffset();
+    int code = error;
+    if (error == QNetworkReply::NoError) {
+        // Completion is counted in bytes by TransferData, and what the reply still buffers is pulled
+        // by the transfer loop after it finished. A clean end short of the file is a connection the
+        // network layer saw close early: a network failure, not a stall to wait out.
+        if (BytesAvailable() >= BytesMissing())
+            return;
+        code = QNetworkReply::RemoteHostClosedError;
+    }
+    const QString text = QStringLiteral("%1 [code:%2]").arg(DownloadTexts::networkFailed()).arg(code);
     qDebug() << "timeout errorStr" << text << " >>> " << m_downloadUrl;
     ReleaseReply();
     emit DownloadResult(ErrorCode::NetworkFailed, text, m_filePath);
