@@ -308,6 +308,13 @@ void DownloaderManager::ReleaseFinishedTransfer(const QString& filename)
 
 void DownloaderManager::HandleNetworkFailure(const QString& errStr)
 {
+    // Only what the files gained since the last (re)start renews the restart budget: bytes a server
+    // sends again before the resume offset, or that replace a discarded partial, are no progress,
+    // and counting them would restart a server that always cuts at the same place forever.
+    if (m_bytesTotalReceived > m_bytesDiscarded) {
+        m_bDataArrived = true;
+        m_timeoutRetryCount = 0;
+    }
     // Before any byte arrived the server or the address is at fault, and retrying will not help.
     if (!m_bDataArrived) {
         qDebug() << "timeout"
@@ -357,8 +364,6 @@ void DownloaderManager::onReadyRead()
 {
     if (m_bStop)
         return;
-    m_bDataArrived = true;
-    m_timeoutRetryCount = 0;
     scheduleTransfer();
 }
 

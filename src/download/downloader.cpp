@@ -266,6 +266,12 @@ void downloader::OnFinished()
             return;
         code = QNetworkReply::RemoteHostClosedError;
     }
+    // The bytes that did arrive are the server's; keeping them is progress the restart builds on.
+    TransferData(BytesAvailable());
+    // The write may have ended this transfer (the file complete, the disk full).
+    if (!m_reply)
+        return;
+
     const QString text = QStringLiteral("%1 [code:%2]").arg(DownloadTexts::networkFailed()).arg(code);
     qDebug() << "timeout errorStr" << text << " >>> " << m_downloadUrl;
     ReleaseReply();

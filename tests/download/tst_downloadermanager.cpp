@@ -318,13 +318,19 @@ void TestDownloaderManager::faultEndsInOneReport_data()
     stall.stallAfter = 5000;
 
     // Data had flowed: every transfer restarts from what is on disk.
-    QTest::newRow("cut after data") << 60000 << 0 << 2 << 0 << QString() << Faults { cutAt(6000), slow };
     QTest::newRow("four cuts after data")
         << 60000 << 0 << 5 << 0 << QString()
         << Faults { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000), slow };
     QTest::newRow("cut after data, four others")
         << 60000 << 4 << 2 << 0 << QString() << Faults { cutAt(8000), slow };
+    // The last bytes and the cut reach the client together.
+    QTest::newRow("burst, then cut") << 60000 << 0 << 2 << 0 << QString()
+                                     << Faults { trickle(0, 0, 6000), slow };
     QTest::newRow("restarts run out") << 60000 << 0 << 5 << 2 << closed << Faults { cutAt(6000), cutAt(0) };
+    // Bytes sent again before the resume offset are no progress.
+    QTest::newRow("Range ignored, cut before the offset")
+        << 60000 << 0 << 5 << 2 << closed
+        << Faults { cutAt(6000), { 200, false, 2000, 10, 4000, -1, false } };
     // A clean end short of the file is a cut connection, not a stall.
     QTest::newRow("short file") << 40000 << 0 << 5 << 2 << closed << Faults { {} };
     // Nothing had flowed: the server is at fault and retrying will not help.
