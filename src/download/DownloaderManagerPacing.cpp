@@ -47,10 +47,15 @@ void DownloaderManager::PrivateSetSpeedLimit()
     m_limitSpeed = ctx->m_bLimitSpeed ? ctx->m_updateSetting.limitSpeed : -1;
 
     // Four seconds of data at the limit: enough to never starve the loop, little enough that the
-    // network layer does not run far ahead of the budget. The 32-bit wrap of huge limits is kept.
-    const qint64 readBuffer = m_limitSpeed == -1
-        ? qMin(kUnlimitedReadBuffer, kUnlimitedReadBuffers / qMax(1, m_downloaderList.size()))
-        : static_cast<qint32>(static_cast<quint32>(m_limitSpeed) << 12);
+    // network layer does not run far ahead of the budget. The 32-bit wrap of huge limits is kept,
+    // but a size of 0 means "unbounded" to the network layer: a limit of 0, which holds every
+    // transfer, would otherwise keep whole files in memory.
+    qint64 readBuffer = qMin(kUnlimitedReadBuffer, kUnlimitedReadBuffers / qMax(1, m_downloaderList.size()));
+    if (m_limitSpeed != -1) {
+        const qint32 fourSeconds = static_cast<qint32>(static_cast<quint32>(m_limitSpeed) << 12);
+        if (fourSeconds > 0)
+            readBuffer = fourSeconds;
+    }
     for (const auto& transfer : qAsConst(m_downloaderList))
         transfer->SetReadBufferSize(readBuffer);
     Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("limit is %1").arg(m_limitSpeed));

@@ -383,18 +383,21 @@ void TestDownloaderManager::faultEndsInOneReport()
 
 void TestDownloaderManager::speedLimitHoldsThenPaces()
 {
-    const QString a = addFile(QStringLiteral("a.bin"), makeData(300000, 101));
+    const QString a = addFile(QStringLiteral("a.bin"), makeData(6 << 20, 101));
     addFile(QStringLiteral("b.bin"), makeData(314400, 102));
     context().m_bLimitSpeed = true;
     context().m_updateSetting.limitSpeed = 0;
     m_component->StartDownload(context());
-    // Longer than the stall time-out: a held transfer is not a stalled one.
+    const ReplyBufferWatch watch;
+    // Longer than the stall time-out: a held transfer is not a stalled one. Nor does it keep the
+    // whole file in memory while nothing is written.
     QTest::qWait(Timing::stallTimeoutMs() * 3 / 2);
     QCOMPARE(endings(), 0);
     QCOMPARE(sizeOnDisk(a), qint64(0));
+    QVERIFY2(watch.peak > 0 && watch.peak <= kReadBufferCap, QByteArray::number(watch.peak));
 
-    // 300 KB/s stretches 600 KB over about two seconds: a few samples.
-    context().m_updateSetting.limitSpeed = 300;
+    // 3000 KB/s stretches 6.3 MB over about two seconds: a few samples.
+    context().m_updateSetting.limitSpeed = 3000;
     m_component->SetSpeedLimit();
     verifyCompleted();
     qint64 previous = 0;
