@@ -1,5 +1,6 @@
 // Host program of the download benchmark: downloads the given files through the download component,
-// the way the launcher does, and prints wall time, throughput and CPU time of the whole process.
+// the way the launcher does, and prints wall time, throughput, CPU time and peak memory of the whole
+// process.
 //
 //   download <dir> <limitKBps or -1> <stopAfterSeconds or 0> <url> <size> [<url> <size> ...]
 //
@@ -13,6 +14,8 @@
 #include <QFileInfo>
 #include <QTimer>
 #include <QUrl>
+
+#include <QFile>
 
 #include <sys/resource.h>
 
@@ -28,6 +31,19 @@ double cpuSeconds()
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec
         + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// The process's peak resident memory in MiB, as the kernel counts it: replies, buffers and all.
+double peakMemoryMiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').first().toDouble() / 1024.0;
+    }
+    return -1;
 }
 
 qint64 bytesOnDisk(const QVector<DownloadFileInfo>& files)
@@ -90,6 +106,7 @@ int main(int argc, char** argv)
     const int stopAfter = QByteArray(argv[3]).toInt();
     auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
     ctx->m_downloadFileList.clear();
+    ctx->m_updateSetting.cachePath = dir;
     for (int i = 4; i + 1 < argc; i += 2) {
         DownloadFileInfo file;
         file.url = QString::fromLocal8Bit(argv[i]);
@@ -131,8 +148,9 @@ int main(int argc, char** argv)
 
     const qint64 bytes = bytesOnDisk(ctx->m_downloadFileList);
     std::printf(
-        "result=%s bytes=%lld seconds=%.3f mibps=%.1f cpu=%.2f avgkbps=%.1f max1skbps=%.1f min1skbps=%.1f\n",
+        "result=%s bytes=%lld seconds=%.3f mibps=%.1f cpu=%.2f peakmib=%.1f avgkbps=%.1f max1skbps=%.1f "
+        "min1skbps=%.1f\n",
         failed ? "error" : "ok", static_cast<long long>(bytes), seconds, bytes / 1048576.0 / seconds,
-        cpuSeconds(), bytes / 1024.0 / seconds, sampler.max(), sampler.min());
+        cpuSeconds(), peakMemoryMiB(), bytes / 1024.0 / seconds, sampler.max(), sampler.min());
     return failed ? 1 : 0;
 }

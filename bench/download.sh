@@ -77,7 +77,6 @@ for _ in $(seq 50); do
 done
 
 base="http://127.0.0.1:$port"
-big_size=$(stat -c %s "$work/www/big.bin")
 part_size=$(stat -c %s "$work/www/part1.bin")
 
 # Prints "wall user sys" of a command (children included) on stdout.
@@ -92,32 +91,34 @@ check_copy() {
     cmp -s "$1" "$2" || { echo "download bench: $2 differs from the server's file" >&2; exit 1; }
 }
 
-# Prints "best_curl_wall curl_cpu best_manager_wall manager_cpu" over two alternating rounds, after
-# checking every copy against the server's file. $1: files to fetch, by name.
-compare() {
-    local names=("$@") args=() name round line best_c="" best_cc="" best_m="" best_mc=""
-    for name in "${names[@]}"; do args+=("$base/$name" "$(stat -c %s "$work/www/$name")"); done
-    for round in 1 2; do
-        read -r wall user sys < <(timed parallel_curl "${names[@]}")
-        for name in "${names[@]}"; do check_copy "$work/www/$name" "$work/out/$name.curl"; done
-        rm -f "$work"/out/*.curl
-        sync
-        if [ -z "$best_c" ] || awk -v a="$wall" -v b="$best_c" 'BEGIN { exit !(a < b) }'; then
-            best_c="$wall"
-            best_cc="$(awk -v u="$user" -v s="$sys" 'BEGIN { print u + s }')"
-        fi
+rounds="${ROUNDS:-7}"
 
-        line="$("$host" "$work/out/core" -1 0 "${args[@]}")"
-        for name in "${names[@]}"; do check_copy "$work/www/$name" "$work/out/core/$name"; done
-        rm -rf "$work/out/core"
-        sync
-        wall="$(echo "$line" | field seconds)"
-        if [ -z "$best_m" ] || awk -v a="$wall" -v b="$best_m" 'BEGIN { exit !(a < b) }'; then
-            best_m="$wall"
-            best_mc="$(echo "$line" | field cpu)"
-        fi
+# One round of a comparison: curl, then the manager, or the other way round on even rounds so that
+# neither always meets the warmer cache. Prints "curl_mibps curl_cpu manager_mibps manager_cpu
+# manager_peak_mib" after checking every copy against the server's file. $1: round, then file names.
+round() {
+    local r="$1"; shift
+    local names=("$@") args=() name total=0 c_line="" m_line="" step
+    for name in "${names[@]}"; do
+        args+=("$base/$name" "$(stat -c %s "$work/www/$name")")
+        total=$((total + $(stat -c %s "$work/www/$name")))
     done
-    echo "$best_c $best_cc $best_m $best_mc"
+    for step in $( [ $((r % 2)) -eq 1 ] && echo "curl manager" || echo "manager curl" ); do
+        if [ "$step" = curl ]; then
+            c_line="$(timed parallel_curl "${names[@]}")"
+            for name in "${names[@]}"; do check_copy "$work/www/$name" "$work/out/$name.curl"; done
+            rm -f "$work"/out/*.curl
+        else
+            m_line="$("$host" "$work/out/core" -1 0 "${args[@]}")"
+            for name in "${names[@]}"; do check_copy "$work/www/$name" "$work/out/core/$name"; done
+            rm -rf "$work/out/core"
+        fi
+        sync
+    done
+    read -r wall user sys <<<"$c_line"
+    awk -v t="$total" -v cw="$wall" -v cu="$user" -v cs="$sys" -v mw="$(echo "$m_line" | field seconds)" \
+        -v mc="$(echo "$m_line" | field cpu)" -v mp="$(echo "$m_line" | field peakmib)" \
+        'BEGIN { printf "%.1f %.2f %.1f %.2f %.1f\n", t / 1048576 / cw, cu + cs, t / 1048576 / mw, mc, mp }'
 }
 
 # One curl process per file, all at once.
@@ -129,24 +130,39 @@ parallel_curl() {
     wait
 }
 
-report() {
-    awk -v size="$1" -v label="$2" -v cw="$3" -v cc="$4" -v mw="$5" -v mc="$6" 'BEGIN {
-        c = size / 1048576 / cw; m = size / 1048576 / mw
-        printf "%-9s %8.1f MB/s  %6.2f CPU s\n", label, c, cc
-        printf "manager   %8.1f MB/s  %6.2f CPU s\n", m, mc
-        printf "ratio     %8.2f (manager/curl throughput)  %.2f (manager/curl CPU)\n", m / c, mc / cc
-    }'
+# Runs the rounds of one comparison and prints each round, then the medians, the spreads (lowest and
+# highest round), the median of the per-round ratios and the manager's highest peak memory.
+compare() {
+    local r
+    for r in $(seq "$rounds"); do round "$r" "$@"; done | awk '
+        function median(a, n,   i, j, t) {
+            for (i = 2; i <= n; i++) for (j = i; j > 1 && a[j - 1] > a[j]; j--) { t = a[j]; a[j] = a[j - 1]; a[j - 1] = t }
+            return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
+        }
+        function lo(a, n,   i, m) { m = a[1]; for (i = 2; i <= n; i++) if (a[i] < m) m = a[i]; return m }
+        function hi(a, n,   i, m) { m = a[1]; for (i = 2; i <= n; i++) if (a[i] > m) m = a[i]; return m }
+        {
+            n++; c[n] = $1; cc[n] = $2; m[n] = $3; mc[n] = $4; mp[n] = $5; ratio[n] = $3 / $1
+            printf "  round %d: curl %7.1f MB/s  manager %7.1f MB/s  ratio %.2f  manager peak %.1f MiB\n", n, $1, $3, $3 / $1, $5
+        }
+        END {
+            printf "curl      median %7.1f MB/s  spread %7.1f .. %7.1f  CPU %.2f s\n", median(c, n), lo(c, n), hi(c, n), median(cc, n)
+            printf "manager   median %7.1f MB/s  spread %7.1f .. %7.1f  CPU %.2f s\n", median(m, n), lo(m, n), hi(m, n), median(mc, n)
+            printf "ratio     median of per-round ratios %.2f (spread %.2f .. %.2f)\n", median(ratio, n), lo(ratio, n), hi(ratio, n)
+            printf "memory    manager peak %.1f MiB (highest of %d rounds, %.1f MB)\n", hi(mp, n), n, hi(mp, n) * 1.048576
+        }'
 }
 
-echo "-- one 1 GiB file (MB = 2^20 bytes; best of two rounds each)"
-report "$big_size" "curl" $(compare big.bin)
+echo "-- one 1 GiB file (MB = 2^20 bytes; $rounds rounds, curl and manager interleaved)"
+compare big.bin
 
-echo "-- five 200 MiB files at once"
-report "$((5 * part_size))" "5 x curl" $(compare part1.bin part2.bin part3.bin part4.bin part5.bin)
+echo "-- five 200 MiB files at once against five curl processes"
+compare part1.bin part2.bin part3.bin part4.bin part5.bin
 
 echo "-- limit 10240 KB/s held for 10 s"
 m_line="$("$host" "$work/out/core" 10240 10 "$base/part1.bin" "$part_size")"
 rm -rf "$work/out/core"
+echo "peak memory $(echo "$m_line" | field peakmib) MiB"
 awk -v avg="$(echo "$m_line" | field avgkbps)" -v hi="$(echo "$m_line" | field max1skbps)" \
     -v lo="$(echo "$m_line" | field min1skbps)" 'BEGIN {
     printf "average  %8.1f KB/s (%+.2f%% of the limit)\n", avg, (avg / 10240 - 1) * 100

@@ -21,4 +21,9 @@ inline QString diskFull()
     return QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
 }
 
+inline QString pathOutsideCache()
+{
+    return QStringLiteral("下载文件的保存位置不在缓存目录内，已停止下载");
+}
+
 } // namespace DownloadTexts

@@ -77,6 +77,8 @@ private:
     void ClearRecordSpeed();
     void PrivateSetSpeedLimit();
 
+    bool RefuseEntriesOutsideCache(const Morvantix::GameUpdateContext& ctx);
+    bool IsCacheFolder(const QString& folder, const Morvantix::GameUpdateContext& ctx) const;
     void RestartAfterFailure();
     void HandleNetworkFailure(const QString& errStr);
     void ReleaseFinishedTransfer(const QString& filename);
@@ -126,4 +128,5 @@ private:
     bool m_bRestartPending = false;
     const int m_maxTimeoutRetry = 3;
     bool m_bDataArrived = false; // "startDownloadedFlag" in the traces
+    qint64 m_bytesDiscarded = 0; // of partial files started again since PreStartDownload
 };

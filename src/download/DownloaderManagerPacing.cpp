@@ -13,6 +13,13 @@
 
 namespace {
 constexpr int kTransferTickMs = 5;
+// Read buffers of the replies without a limit: each holds at most 4 MiB, and all of them together
+// 16 MiB. Unbounded, the replies pile up hundreds of MiB when the disk falls behind, and the network
+// thread then spends its time on fresh pages instead of on the socket; much smaller (1 MiB), and
+// the network thread waits on the event loop between passes. The network layer keeps about as much
+// again on its side, hence the shared bound for five transfers.
+constexpr qint64 kUnlimitedReadBuffer = 4 * 1024 * 1024;
+constexpr qint64 kUnlimitedReadBuffers = 16 * 1024 * 1024;
 // One pass never releases more than a second's worth, however long the event loop was away.
 constexpr qint64 kMaxPassMs = 1000;
 // "No limit" is a limit of 4294967295 KB/s, in bytes per second.
@@ -40,9 +47,15 @@ void DownloaderManager::PrivateSetSpeedLimit()
     m_limitSpeed = ctx->m_bLimitSpeed ? ctx->m_updateSetting.limitSpeed : -1;
 
     // Four seconds of data at the limit: enough to never starve the loop, little enough that the
-    // network layer does not run far ahead of the budget. The 32-bit wrap of huge limits is kept.
-    const qint64 readBuffer
-        = m_limitSpeed == -1 ? 0 : static_cast<qint32>(static_cast<quint32>(m_limitSpeed) << 12);
+    // network layer does not run far ahead of the budget. The 32-bit wrap of huge limits is kept,
+    // but a size of 0 means "unbounded" to the network layer: a limit of 0, which holds every
+    // transfer, would otherwise keep whole files in memory.
+    qint64 readBuffer = qMin(kUnlimitedReadBuffer, kUnlimitedReadBuffers / qMax(1, m_downloaderList.size()));
+    if (m_limitSpeed != -1) {
+        const qint32 fourSeconds = static_cast<qint32>(static_cast<quint32>(m_limitSpeed) << 12);
+        if (fourSeconds > 0)
+            readBuffer = fourSeconds;
+    }
     for (const auto& transfer : qAsConst(m_downloaderList))
         transfer->SetReadBufferSize(readBuffer);
     Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("limit is %1").arg(m_limitSpeed));
@@ -52,10 +65,13 @@ void DownloaderManager::scheduleTransfer()
 {
     // The stall time-out counts from the last pass that was asked for.
     m_timeoutTimer->start(Morvantix::Timing::stallTimeoutMs());
+    // One pass serves every reply, so the requests that arrive before it runs fold into it.
     if (m_bTransferScheduled)
         return;
     m_bTransferScheduled = true;
-    QTimer::singleShot(kTransferTickMs, this, &DownloaderManager::transfer);
+    // The tick only paces a budget. Without one, every millisecond of waiting is data the network
+    // thread cannot take in while the read buffers are full.
+    QTimer::singleShot(m_limitSpeed == -1 ? 0 : kTransferTickMs, this, &DownloaderManager::transfer);
 }
 
 qint64 DownloaderManager::ElapsedSinceLastTransfer()
@@ -73,8 +89,10 @@ qint64 DownloaderManager::ElapsedSinceLastTransfer()
 
 qint64 DownloaderManager::TransferBudget(qint64 msecs) const
 {
+    // Passes without a limit follow each other within the same millisecond: their budget must not
+    // depend on the time that passed.
     if (m_limitSpeed == -1)
-        return msecs * kUnlimitedBytesPerSecond / 1000;
+        return kUnlimitedBytesPerSecond;
     const qint32 bytesPerSecond = static_cast<qint32>(static_cast<quint32>(m_limitSpeed) * 1024u);
     return bytesPerSecond * msecs / 1000;
 }

@@ -18,6 +18,8 @@ namespace {
 const QString kManagerTag = QStringLiteral("DownloadManager");
 const QString kWriteTag = QStringLiteral("WriteThread");
 constexpr int kBufferSize = 256 * 1024;
+// An ETag or a date; anything longer did not come from a sane server.
+constexpr qint64 kMaxValidatorSize = 1024;
 } // namespace
 
 downloader::downloader(QObject* parent, QNetworkAccessManager* networkManager, qint64* totalReceived)
@@ -56,14 +58,22 @@ void downloader::ReStartDownload()
         Logger::LogInfo(kManagerTag,
             QStringLiteral("%1 is downloaded, url is %2 size is %3")
                 .arg(m_filePath, m_downloadUrl.toString(), QString::number(m_bytesExisting)));
+        StoreValidator(QByteArray());
         emit DownloadResult(ErrorCode::FileFinished, QString(), m_filePath);
         return;
     }
+    m_partialValidator.clear();
+    QFile validatorFile(ValidatorPath());
+    if (m_bytesExisting > 0 && validatorFile.open(QIODevice::ReadOnly))
+        m_partialValidator = validatorFile.read(kMaxValidatorSize).trimmed();
 
     QNetworkRequest request(m_downloadUrl);
     // Redirects are followed, but never from https to http.
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(m_bytesExisting).toLatin1());
+    // A server whose copy changed since then answers with the whole new file instead of its tail.
+    if (!m_partialValidator.isEmpty())
+        request.setRawHeader("If-Range", m_partialValidator);
     // The resume offset counts bytes of the file; a compressed response would make it count bytes
     // of something else, and the network layer would inflate it behind our back.
     request.setRawHeader("Accept-Encoding", "identity");
@@ -110,13 +120,52 @@ bool downloader::CarriesFileData() const
     return !status.isValid() || status.toInt() < 400;
 }
 
+QString downloader::ValidatorPath() const
+{
+    return m_filePath + QStringLiteral(".validator");
+}
+
+void downloader::StoreValidator(const QByteArray& validator) const
+{
+    QFile file(ValidatorPath());
+    if (validator.isEmpty() || validator.size() > kMaxValidatorSize) {
+        file.remove();
+        return;
+    }
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        file.write(validator);
+}
+
+void downloader::BeginResponse()
+{
+    const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    QByteArray validator = m_reply->rawHeader("ETag");
+    if (validator.isEmpty())
+        validator = m_reply->rawHeader("Last-Modified");
+    m_bytesToSkip = 0;
+    // A full answer to a ranged request starts at byte 0. With the partial's own validator it is the
+    // same copy from a server that ignores "Range", and only the head is dropped; otherwise the
+    // partial belongs to another copy, and appending would splice two files into one.
+    if (status == 200 && m_bytesExisting > 0) {
+        if (!validator.isEmpty() && validator == m_partialValidator) {
+            m_bytesToSkip = m_bytesExisting;
+        } else {
+            Logger::LogInfo(
+                kManagerTag, QStringLiteral("%1 changed on the server, starting it again").arg(m_filePath));
+            if (m_file)
+                m_file->resize(0);
+            emit PartialDiscarded(m_bytesExisting);
+            m_bytesExisting = 0;
+        }
+    }
+    if (m_bytesExisting == 0)
+        StoreValidator(validator);
+}
+
 void downloader::SkipBytesBeforeOffset()
 {
-    if (m_bytesToSkip < 0) {
-        const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        // A full answer to a ranged request starts at byte 0, not at the resume offset.
-        m_bytesToSkip = (status == 200 && m_bytesExisting > 0) ? m_bytesExisting : 0;
-    }
+    if (m_bytesToSkip < 0)
+        BeginResponse();
     while (m_bytesToSkip > 0 && m_reply->bytesAvailable() > 0) {
         const qint64 skipped = m_reply->skip(m_bytesToSkip);
         if (skipped <= 0)
@@ -154,6 +203,7 @@ qint64 downloader::TransferData(qint64 maxBytes)
     if (m_bytesExisting + m_bytesReceived >= m_fileSize) {
         if (m_file)
             m_file->flush();
+        StoreValidator(QByteArray());
         emit DownloadResult(ErrorCode::FileFinished, QString(), m_filePath);
     }
     return read;
@@ -203,12 +253,26 @@ void downloader::OnFinished()
     const QNetworkReply::NetworkError error = m_reply->error();
     Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("timeout error code is %1").arg(int(error)));
 
-    // A reply that ends well says nothing here: completion is counted in bytes by TransferData, and
-    // what the reply still buffers is pulled by the transfer loop after it finished.
-    if (error == QNetworkReply::NoError || error == QNetworkReply::OperationCanceledError)
+    if (error == QNetworkReply::OperationCanceledError)
+        return;
+    if (CarriesFileData())
+        SkipBytesBeforeOffset();
+    int code = error;
+    if (error == QNetworkReply::NoError) {
+        // Completion is counted in bytes by TransferData, and what the reply still buffers is pulled
+        // by the transfer loop after it finished. A clean end short of the file is a connection the
+        // network layer saw close early: a network failure, not a stall to wait out.
+        if (BytesAvailable() >= BytesMissing())
+            return;
+        code = QNetworkReply::RemoteHostClosedError;
+    }
+    // The bytes that did arrive are the server's; keeping them is progress the restart builds on.
+    TransferData(BytesAvailable());
+    // The write may have ended this transfer (the file complete, the disk full).
+    if (!m_reply)
         return;
 
-    const QString text = QStringLiteral("%1 [code:%2]").arg(DownloadTexts::networkFailed()).arg(int(error));
+    const QString text = QStringLiteral("%1 [code:%2]").arg(DownloadTexts::networkFailed()).arg(code);
     qDebug() << "timeout errorStr" << text << " >>> " << m_downloadUrl;
     ReleaseReply();
     emit DownloadResult(ErrorCode::NetworkFailed, text, m_filePath);

@@ -20,6 +20,10 @@ class QNetworkReply;
 // manager's transfer loop hands it; it never reads the network on its own, so the loop alone decides
 // how fast bytes move. Completion, a local write failure and a network failure come back through
 // DownloadResult.
+//
+// A partial file is only continued from the server's copy it came from: the validator of the first
+// response is kept beside it ("<file>.validator") and sent back with the resume, and an answer that
+// cannot be shown to be that copy starts the file again from zero.
 class CORE_EXPORT downloader : public QObject
 {
     Q_OBJECT
@@ -44,6 +48,8 @@ public:
 signals:
     void DownloadResult(Morvantix::ErrorCode code, QString errStr, QString filename);
     void ReadyToTransfer();
+    // The partial file was thrown away because the server's copy is not the one it came from.
+    void PartialDiscarded(qint64 bytes);
 
 public slots:
     void OnFinished();
@@ -56,7 +62,10 @@ private:
     void ReleaseReply();
     qint64 BytesMissing() const;
     bool CarriesFileData() const;
+    void BeginResponse();
     void SkipBytesBeforeOffset();
+    QString ValidatorPath() const;
+    void StoreValidator(const QByteArray& validator) const;
 
     qint64* m_pBytesTotalReceived;
     QString m_filePath;
@@ -70,4 +79,5 @@ private:
     // Bytes at the head of a response that ignored "Range": the file already has them.
     qint64 m_bytesToSkip = -1; // -1 until the response's status is known
     QByteArray m_buffer;
+    QByteArray m_partialValidator; // of the server's copy the partial file came from
 };

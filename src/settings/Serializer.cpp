@@ -90,6 +90,24 @@ int Serializer::ReadInt(const char* name, int defaultValue)
     return m_ini->value(key(name)).toInt();
 }
 
+int Serializer::ReadLimitSpeed()
+{
+    const QString text = GetValueByKey(key(Const::LimitSpeed));
+    if (text.isEmpty()) {
+        WriteDefault(Const::LimitSpeed, -1);
+        return -1;
+    }
+    bool isNumber = false;
+    const int limit = text.trimmed().toInt(&isNumber);
+    if (isNumber && (limit > 0 || limit == -1))
+        return limit;
+    // A limit of 0 holds every download for good; a mangled value reads as 0. Neither is what the
+    // player chose.
+    Logger::LogInfo(
+        QString::fromLatin1(Const::SerializerTag), QStringLiteral("LimitSpeed \"%1\" is no limit").arg(text));
+    return -1;
+}
+
 QString Serializer::ReadString(const char* name, const QString& defaultValue)
 {
     const QString value = GetValueByKey(key(name));
@@ -123,7 +141,7 @@ void Serializer::ReadSetting(UpdateSetting& s)
     s.isOpenBgMusic = ReadBool(Const::IsOpenBgMusic, true);
     s.isPopWhenQuitGame = ReadBool(Const::IsPopWhenQuitGame, false);
     s.isMinWhenCloseLauncher = ReadBool(Const::IsMinWhenCloseLauncher, false);
-    s.limitSpeed = ReadInt(Const::LimitSpeed, -1);
+    s.limitSpeed = ReadLimitSpeed();
     s.musicVolume = ReadInt(Const::MusicVolume, 50);
     s.isSkipInstallPlugin = ReadBool(Const::IsSkipInstallPlugin, false);
     s.musicLanguage = ReadString(Const::MusicLanguage, QStringLiteral("chinese"));

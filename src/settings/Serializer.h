@@ -27,6 +27,7 @@ private:
     void WriteDefault(const char* key, const QVariant& value);
     bool ReadBool(const char* key, bool defaultValue);
     int ReadInt(const char* key, int defaultValue);
+    int ReadLimitSpeed();
     QString ReadString(const char* key, const QString& defaultValue);
 
     std::shared_ptr<QSettings> m_ini;

@@ -1,5 +1,6 @@
 #include "HttpTestServer.h"
 
+#include <QCryptographicHash>
 #include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -78,6 +79,11 @@ void HttpTestServer::setListening(bool on)
         m_server->listen(QHostAddress::LocalHost, m_port);
 }
 
+QByteArray HttpTestServer::etagOf(const QByteArray& body)
+{
+    return '"' + QCryptographicHash::hash(body, QCryptographicHash::Md5).toHex().left(16) + '"';
+}
+
 void HttpTestServer::setRoute(
     const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours)
 {
@@ -114,9 +120,12 @@ void HttpTestServer::answer(QTcpSocket* socket, const Request& request)
     const qint64 size = route.body.size();
     // The client only ever asks for "bytes=N-".
     const QByteArray range = request.header("range");
-    const bool ranged = behaviour.honourRange && range.startsWith("bytes=");
+    const QByteArray etag = etagOf(route.body);
+    const QByteArray ifRange = request.header("if-range");
+    const bool ranged
+        = behaviour.honourRange && range.startsWith("bytes=") && (ifRange.isEmpty() || ifRange == etag);
     const qint64 start = ranged ? range.mid(6).chopped(1).toLongLong() : 0;
-    QByteArray extra = "Accept-Ranges: bytes\r\n";
+    QByteArray extra = "Accept-Ranges: bytes\r\nETag: " + etag + "\r\n";
     if (ranged)
         extra += "Content-Range: bytes " + QByteArray::number(start) + '-' + QByteArray::number(size - 1)
             + '/' + QByteArray::number(size) + "\r\n";

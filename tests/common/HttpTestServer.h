@@ -13,7 +13,7 @@ class QTcpSocket;
 // A small HTTP/1.1 server on 127.0.0.1 for the download tests. Each path is served from memory and
 // can be made to misbehave the way real servers and networks do: ignore "Range", trickle, stall,
 // drop the connection, answer with an error page, redirect, or never answer. Every request is
-// recorded.
+// recorded. Bodies carry an ETag (etagOf) and honour "If-Range" with it.
 class HttpTestServer : public QObject
 {
     Q_OBJECT
@@ -47,6 +47,7 @@ public:
     QString url(const QString& path) const;
     // A server that is down refuses connections; up again, it listens on the same port.
     void setListening(bool on);
+    static QByteArray etagOf(const QByteArray& body);
     // The n-th request of the path gets behaviours[n]; the last one holds for all later requests.
     void setRoute(
         const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} });

@@ -10,6 +10,7 @@
 
 #include <QCryptographicHash>
 #include <QNetworkReply>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -20,6 +21,7 @@ using Behaviour = HttpTestServer::Behaviour;
 
 namespace {
 constexpr int kTimeDivisor = 10; // the stall time-out is 2 s, the restart delay 200 ms
+constexpr qint64 kReadBufferCap = 4 << 20; // what a reply may hold unread without a speed limit
 
 // Reproducible bytes that differ at every offset, so a misplaced or repeated block changes the hash.
 QByteArray makeData(int size, int seed)
@@ -59,6 +61,20 @@ GameUpdateContext& context()
 {
     return *CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
 }
+
+// The most that any running reply of the manager held unread, seen each time one of them grew.
+class ReplyBufferWatch : public QObject
+{
+public:
+    ReplyBufferWatch()
+    {
+        for (QNetworkReply* reply : DownloaderManager::GetInstance()->findChildren<QNetworkReply*>())
+            connect(reply, &QIODevice::readyRead, this,
+                [this, reply] { peak = qMax(peak, reply->bytesAvailable()); });
+    }
+    qint64 peak = 0;
+};
+
 } // namespace
 
 // The download manager, reached through its component, against a real server: scheduling,
@@ -81,6 +97,9 @@ private slots:
     void faultEndsInOneReport_data();
     void faultEndsInOneReport();
     void speedLimitHoldsThenPaces();
+    void entriesOutsideCacheTouchNothing_data();
+    void entriesOutsideCacheTouchNothing();
+    void busyLoopLeavesReplyBuffersCapped();
 
 private:
     QString addFile(
@@ -105,6 +124,7 @@ void TestDownloaderManager::init()
     m_reports.clear();
     m_files.clear();
     context().m_downloadFileList.clear();
+    context().m_updateSetting.cachePath = m_dir->filePath(QStringLiteral("cache"));
     m_component->RegistCallbackFunc([this](DownloadCallbackInfo& info) { m_reports.append(info); });
 }
 
@@ -187,30 +207,35 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested_data()
 {
     QTest::addColumn<bool>("fresh");
     QTest::addColumn<int>("localSize"); // -1: no local file
+    QTest::addColumn<int>("copy"); // the local file's validator: 0 none, 1 the server's, 2 an older copy's
     QTest::addColumn<QString>("served"); // "", "ignore range", "redirect", "longer"
     QTest::addColumn<QByteArray>("range"); // empty: the file must not be requested
     QTest::addColumn<int>("limitKb"); // 0: no speed limit
 
-    QTest::newRow("resume, no local file") << false << -1 << "" << QByteArray("bytes=0-") << 0;
-    QTest::newRow("resume, partial file") << false << 12345 << "" << QByteArray("bytes=12345-") << 0;
-    QTest::newRow("resume, complete file") << false << 30000 << "" << QByteArray() << 0;
-    QTest::newRow("resume, file too long") << false << 30001 << "" << QByteArray("bytes=0-") << 0;
-    QTest::newRow("fresh start, partial file") << true << 12345 << "" << QByteArray("bytes=0-") << 0;
-    QTest::newRow("fresh start, complete file") << true << 30000 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("resume, no local file") << false << -1 << 0 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("resume, partial file") << false << 12345 << 1 << "" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("resume, complete file") << false << 30000 << 0 << "" << QByteArray() << 0;
+    QTest::newRow("resume, file too long") << false << 30001 << 0 << "" << QByteArray("bytes=0-") << 0;
+    QTest::newRow("fresh start, partial file") << true << 12345 << 1 << "" << QByteArray("bytes=0-") << 0;
+    // The server's copy is not the one the partial came from: the whole new file, not a splice.
+    QTest::newRow("server's copy changed") << false << 12345 << 2 << "" << QByteArray("bytes=12345-") << 0;
     QTest::newRow("server ignores Range")
-        << false << 12345 << "ignore range" << QByteArray("bytes=12345-") << 0;
-    QTest::newRow("behind a redirect") << false << 12345 << "redirect" << QByteArray("bytes=12345-") << 0;
-    QTest::newRow("server's file longer") << false << 12345 << "longer" << QByteArray("bytes=12345-") << 0;
+        << false << 12345 << 1 << "ignore range" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("behind a redirect")
+        << false << 12345 << 1 << "redirect" << QByteArray("bytes=12345-") << 0;
+    QTest::newRow("server's file longer")
+        << false << 12345 << 1 << "longer" << QByteArray("bytes=12345-") << 0;
     // Under a limit the reply buffers less than the offset it must drop: the drop cannot wait for
     // the transfer budget.
     QTest::newRow("server ignores Range, limited")
-        << false << 900000 << "ignore range" << QByteArray("bytes=900000-") << 100;
+        << false << 900000 << 1 << "ignore range" << QByteArray("bytes=900000-") << 100;
 }
 
 void TestDownloaderManager::localFilesDecideWhatIsRequested()
 {
     QFETCH(bool, fresh);
     QFETCH(int, localSize);
+    QFETCH(int, copy);
     QFETCH(QString, served);
     QFETCH(QByteArray, range);
     QFETCH(int, limitKb);
@@ -222,15 +247,19 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     addFile(QStringLiteral("other.pak"), makeData(7000, 22));
     Behaviour behaviour;
     behaviour.honourRange = served != QLatin1String("ignore range");
-    m_server->setRoute(
-        "/game.pak", served == QLatin1String("longer") ? data + "surplus" : data, { behaviour });
+    const QByteArray body = served == QLatin1String("longer") ? data + "surplus" : data;
+    m_server->setRoute("/game.pak", body, { behaviour });
     if (served == QLatin1String("redirect")) {
         behaviour.redirectTo = m_server->url(QStringLiteral("/game.pak")).toLatin1();
         m_server->setRoute("/moved.pak", QByteArray(), { behaviour });
         context().m_downloadFileList.first().url = m_server->url(QStringLiteral("/moved.pak"));
     }
+    const QByteArray older = makeData(data.size(), 23);
+    const QByteArray validator = HttpTestServer::etagOf(copy == 2 ? older : body);
     if (localSize >= 0)
-        writeFile(path, (data + "trailing garbage").left(localSize));
+        writeFile(path, ((copy == 2 ? older : data) + "trailing garbage").left(localSize));
+    if (copy > 0)
+        writeFile(path + QStringLiteral(".validator"), validator);
     const QString stray = m_dir->filePath(QStringLiteral("cache/stray.tmp"));
     writeFile(stray, "left from an earlier job");
 
@@ -241,9 +270,12 @@ void TestDownloaderManager::localFilesDecideWhatIsRequested()
     verifyCompleted();
     const auto requests = m_server->requests("/game.pak");
     QCOMPARE(requests.size(), range.isEmpty() ? 0 : 1);
-    if (!range.isEmpty())
+    if (!range.isEmpty()) {
         QCOMPARE(requests.at(0).header("range"), range);
+        QCOMPARE(requests.at(0).header("if-range"), copy > 0 && !fresh ? validator : QByteArray());
+    }
     QCOMPARE(QFile::exists(stray), !fresh);
+    QVERIFY(!QFile::exists(path + QStringLiteral(".validator")));
 }
 
 void TestDownloaderManager::pauseKeepsPartialFilesAndResumeAppends()
@@ -286,19 +318,26 @@ void TestDownloaderManager::faultEndsInOneReport_data()
     stall.stallAfter = 5000;
 
     // Data had flowed: every transfer restarts from what is on disk.
-    QTest::newRow("cut after data") << 60000 << 0 << 2 << 0 << QString() << Faults { cutAt(6000), slow };
     QTest::newRow("four cuts after data")
         << 60000 << 0 << 5 << 0 << QString()
         << Faults { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000), slow };
     QTest::newRow("cut after data, four others")
         << 60000 << 4 << 2 << 0 << QString() << Faults { cutAt(8000), slow };
+    // The last bytes and the cut reach the client together.
+    QTest::newRow("burst, then cut") << 60000 << 0 << 2 << 0 << QString()
+                                     << Faults { trickle(0, 0, 6000), slow };
     QTest::newRow("restarts run out") << 60000 << 0 << 5 << 2 << closed << Faults { cutAt(6000), cutAt(0) };
+    // Bytes sent again before the resume offset are no progress.
+    QTest::newRow("Range ignored, cut before the offset")
+        << 60000 << 0 << 5 << 2 << closed
+        << Faults { cutAt(6000), { 200, false, 2000, 10, 4000, -1, false } };
+    // A clean end short of the file is a cut connection, not a stall.
+    QTest::newRow("short file") << 40000 << 0 << 5 << 2 << closed << Faults { {} };
     // Nothing had flowed: the server is at fault and retrying will not help.
     QTest::newRow("cut before any data") << 60000 << 0 << 1 << 2 << closed << Faults { cutAt(0) };
     QTest::newRow("error page") << 60000 << 0 << 1 << 2
                                 << failed.arg(int(QNetworkReply::ContentNotFoundError)) << Faults { { 404 } };
     QTest::newRow("stall") << 60000 << 0 << 1 << 3 << timedOut << Faults { stall };
-    QTest::newRow("short file") << 40000 << 0 << 1 << 3 << timedOut << Faults { {} };
     QTest::newRow("full disk") << 60000 << 0 << 1 << 5
                                << QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载")
                                << Faults { {} };
@@ -344,18 +383,21 @@ void TestDownloaderManager::faultEndsInOneReport()
 
 void TestDownloaderManager::speedLimitHoldsThenPaces()
 {
-    const QString a = addFile(QStringLiteral("a.bin"), makeData(300000, 101));
+    const QString a = addFile(QStringLiteral("a.bin"), makeData(6 << 20, 101));
     addFile(QStringLiteral("b.bin"), makeData(314400, 102));
     context().m_bLimitSpeed = true;
     context().m_updateSetting.limitSpeed = 0;
     m_component->StartDownload(context());
-    // Longer than the stall time-out: a held transfer is not a stalled one.
+    const ReplyBufferWatch watch;
+    // Longer than the stall time-out: a held transfer is not a stalled one. Nor does it keep the
+    // whole file in memory while nothing is written.
     QTest::qWait(Timing::stallTimeoutMs() * 3 / 2);
     QCOMPARE(endings(), 0);
     QCOMPARE(sizeOnDisk(a), qint64(0));
+    QVERIFY2(watch.peak > 0 && watch.peak <= kReadBufferCap, QByteArray::number(watch.peak));
 
-    // 300 KB/s stretches 600 KB over about two seconds: a few samples.
-    context().m_updateSetting.limitSpeed = 300;
+    // 3000 KB/s stretches 6.3 MB over about two seconds: a few samples.
+    context().m_updateSetting.limitSpeed = 3000;
     m_component->SetSpeedLimit();
     verifyCompleted();
     qint64 previous = 0;
@@ -368,6 +410,62 @@ void TestDownloaderManager::speedLimitHoldsThenPaces()
         sawSpeed = sawSpeed || info.speed > 0;
     }
     QVERIFY(sawSpeed);
+}
+
+void TestDownloaderManager::entriesOutsideCacheTouchNothing_data()
+{
+    QTest::addColumn<QStringList>("names"); // entries' file names, under the cache folder
+    QTest::addColumn<bool>("cacheKnown"); // false: the settings name no cache folder yet
+
+    QTest::newRow("the cache itself") << QStringList { "" } << true;
+    QTest::newRow("climbs out with backslashes") << QStringList { "..\\..\\x.bin" } << true;
+    QTest::newRow("second entry climbs out") << QStringList { "ok.bin", "../out.bin" } << true;
+    QTest::newRow("no cache folder") << QStringList { "ok.bin" } << false;
+}
+
+void TestDownloaderManager::entriesOutsideCacheTouchNothing()
+{
+    QFETCH(QStringList, names);
+    QFETCH(bool, cacheKnown);
+    for (const QString& name : names)
+        addFile(name, makeData(3000, 121));
+    if (!cacheKnown)
+        context().m_updateSetting.cachePath.clear();
+    writeFile(m_dir->filePath(QStringLiteral("sibling.txt")), "the game");
+    writeFile(m_dir->filePath(QStringLiteral("cache/partial.bin")), "kept");
+
+    m_component->StartDownload(context());
+    QCOMPARE(endings(), 1);
+    QCOMPARE(int(m_reports.last().errorCode), int(WriteFailed));
+    QCOMPARE(m_reports.last().errorMsg, QStringLiteral("下载文件的保存位置不在缓存目录内，已停止下载"));
+    QCOMPARE(QDir(m_dir->path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+        QStringList({ "cache", "sibling.txt" }));
+    QCOMPARE(
+        QDir(m_dir->filePath(QStringLiteral("cache"))).entryList(QDir::Files), QStringList { "partial.bin" });
+}
+
+void TestDownloaderManager::busyLoopLeavesReplyBuffersCapped()
+{
+    addFile(QStringLiteral("big.bin"), makeData(32 << 20, 111));
+    // The server sends from a thread of its own, so it goes on while this thread is held busy.
+    QThread serverThread;
+    m_server->moveToThread(&serverThread);
+    serverThread.start();
+    const auto bringBack = qScopeGuard([&] {
+        QMetaObject::invokeMethod(
+            m_server.get(), [&] { m_server->moveToThread(thread()); }, Qt::BlockingQueuedConnection);
+        serverThread.quit();
+        serverThread.wait();
+    });
+    m_component->StartDownload(context());
+    const ReplyBufferWatch watch;
+    // Each pass waits long enough for the network thread to take in far more than the cap.
+    QTimer busy;
+    connect(&busy, &QTimer::timeout, [] { QThread::msleep(40); });
+    busy.start(5);
+    QTRY_VERIFY_WITH_TIMEOUT(endings() > 0, 15000);
+    QVERIFY(m_reports.last().bComplete);
+    QVERIFY2(watch.peak > 0 && watch.peak <= kReadBufferCap, QByteArray::number(watch.peak));
 }
 
 CORE_TEST_CLASS(TestDownloaderManager)

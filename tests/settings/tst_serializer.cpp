@@ -192,6 +192,13 @@ void TestSerializer::singleKeys()
 
     writeConfig("[General]\nLimitSpeed=300\n");
     QCOMPARE(Serializer().GetValueByKey(QStringLiteral("LimitSpeed")), QStringLiteral("300"));
+    // A limit of 0 would hold every download; it and a mangled value read as no limit.
+    for (const char* stored : { "300", "0", "fast" }) {
+        writeConfig(QByteArray("[General]\nLimitSpeed=") + stored + '\n');
+        UpdateSetting s;
+        Serializer().ReadSetting(s);
+        QCOMPARE(s.limitSpeed, qstrcmp(stored, "300") == 0 ? 300 : -1);
+    }
 }
 
 void TestSerializer::cryptorTransformsNothing()
