@@ -7,7 +7,9 @@ namespace Morvantix {
 
 ManifestFileInfo ReadFileListLine(const QString& line)
 {
-    const QVector<QStringRef> fields = line.simplified().splitRef(QLatin1Char('|'));
+    // The references point into this string, so it must outlive them.
+    const QString simplified = line.simplified();
+    const QVector<QStringRef> fields = simplified.splitRef(QLatin1Char('|'));
     ManifestFileInfo info;
     info.path = fields.value(0).toString();
     info.md5 = fields.value(1).toString();
