@@ -25,6 +25,12 @@ Outcome readFailure(const QFile& file)
         ExitCode::BadInput, QStringLiteral("cannot read %1: %2").arg(file.fileName(), file.errorString()));
 }
 
+// A write cut short by a full disk need not set an error on the file.
+QString fileError(const QFile& file)
+{
+    return file.error() != QFileDevice::NoError ? file.errorString() : QStringLiteral("the disk is full");
+}
+
 Outcome writeFailure(const QString& path, const QString& reason)
 {
     return Outcome::Failure(ExitCode::OutputFailed, QStringLiteral("cannot write %1: %2").arg(path, reason));
@@ -76,13 +82,10 @@ Outcome CopyWithMd5(
     });
     if (!read.ok())
         return read;
-    // A write cut short by a full disk need not set an error on the file.
-    if (!bWritten || out.error() != QFileDevice::NoError || !out.flush())
-        return writeFailure(
-            to, out.error() != QFileDevice::NoError ? out.errorString() : QStringLiteral("the disk is full"));
+    const bool bFlushed = bWritten && out.flush();
     out.close();
-    if (out.error() != QFileDevice::NoError)
-        return writeFailure(to, out.errorString());
+    if (!bFlushed || out.error() != QFileDevice::NoError)
+        return writeFailure(to, fileError(out));
     QFile::Permissions permissions
         = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
     if (bExecutable)
@@ -117,12 +120,11 @@ Outcome WriteTextFile(const QString& path, const QString& text)
         return writeFailure(path, QStringLiteral("cannot create its folder"));
     QFile file(path);
     const QByteArray bytes = text.toUtf8();
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size()
-        || !file.flush())
-        return writeFailure(path, file.errorString());
+    const bool bWritten = file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        && file.write(bytes) == bytes.size() && file.flush();
     file.close();
-    if (file.error() != QFileDevice::NoError)
-        return writeFailure(path, file.errorString());
+    if (!bWritten || file.error() != QFileDevice::NoError)
+        return writeFailure(path, fileError(file));
     return {};
 }
 

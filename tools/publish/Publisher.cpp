@@ -267,7 +267,10 @@ Outcome Publisher::copyVersion(const VersionSource& source, StagedVersion& stage
     qint64 total = 0;
     for (const SourceFile& file : source.files)
         total += file.size;
-    emit stepStarted(QStringLiteral("%1: copying %2 files").arg(source.text).arg(source.files.size()));
+    emit stepStarted(QStringLiteral("%1: copying %2 files, %3 MB")
+                         .arg(source.text)
+                         .arg(source.files.size())
+                         .arg(total / 1000000));
     const auto onBytes = byteProgress(total);
     for (const SourceFile& file : source.files) {
         QString md5;

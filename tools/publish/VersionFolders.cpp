@@ -150,6 +150,8 @@ Outcome ScanVersions(const QString& root, QVector<VersionSource>& versions)
         const Outcome scanned = scanFiles(root, version);
         if (!scanned.ok())
             return scanned;
+        if (version.files.isEmpty())
+            return badInput(QStringLiteral("the folder \"%1\" holds no files").arg(version.folderName));
     }
     return {};
 }
