@@ -4,6 +4,8 @@
 #include "core/CoreSystem.h"
 #include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
+#include "core/VerifyComponent.h"
+#include "core/UnZipComponent.h"
 
 namespace Morvantix {
 
@@ -26,9 +28,19 @@ std::shared_ptr<SerializeComponent> GetSerializeComponent()
     return componentOf<SerializeComponent>(EComponentType::Serialize);
 }
 
+std::shared_ptr<VerifyComponent> GetVerifyComponent()
+{
+    return componentOf<VerifyComponent>(EComponentType::Verify);
+}
+
 std::shared_ptr<CheckComponent> GetCheckComponent()
 {
     return componentOf<CheckComponent>(EComponentType::Check);
+}
+
+std::shared_ptr<UnZipComponent> GetUnZipComponent()
+{
+    return componentOf<UnZipComponent>(EComponentType::UnZip);
 }
 
 } // namespace Morvantix

@@ -3,6 +3,8 @@
 #include "core/CheckComponent.h"
 #include "core/DownloadComponent.h"
 #include "core/SerializeComponent.h"
+#include "core/VerifyComponent.h"
+#include "core/UnZipComponent.h"
 
 #include <QDebug>
 
@@ -13,7 +15,9 @@ CoreSystem::CoreSystem()
     // Registration order is the construction order of the workers; stages that are not built into
     // this library yet have no entry rather than a placeholder.
     RegistComponent(EComponentType::Download, std::make_shared<DownloadComponent>());
+    RegistComponent(EComponentType::UnZip, std::make_shared<UnZipComponent>());
     RegistComponent(EComponentType::Serialize, std::make_shared<SerializeComponent>());
+    RegistComponent(EComponentType::Verify, std::make_shared<VerifyComponent>());
     RegistComponent(EComponentType::Check, std::make_shared<CheckComponent>());
     m_curContext = std::make_shared<GameUpdateContext>();
 }
