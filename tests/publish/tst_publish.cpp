@@ -409,6 +409,9 @@ void TestPublish::refusesBadInput_data()
         << good << "template" << badInput << "the info template is no JSON object";
     QTest::newRow("output not ours") << good << "foreign" << int(ExitCode::OutputFailed)
                                      << "holds index.html";
+    QTest::newRow("diff that does not rebuild")
+        << QStringList {} << "liar" << int(ExitCode::ProofFailed)
+        << "the diff of a.bin from 1.0.0.1 to 1.0.0.2 does not rebuild the file";
     QTest::newRow("disk full while copying")
         << QStringList { "1.0.0.1/a.bin" } << "limit" << int(ExitCode::OutputFailed) << "cannot write";
     QTest::newRow("disk full in 7-Zip") << QStringList { "1.0.0.1/a.bin", "1.0.0.1/b.bin", "1.0.0.1/c.bin" }
@@ -441,6 +444,18 @@ void TestPublish::refusesBadInput()
     }
     if (special == "foreign")
         QVERIFY(writeFile(root + "/manifest.txt", "") && writeFile(root + "/index.html", "<html/>"));
+    const QByteArray path = qgetenv("PATH");
+    if (special == "liar") { // an xdelta3 whose diffs apply to something else
+        const QByteArray bytes = patternBytes(30000, 1);
+        QVERIFY(writeFile(versions + "/1.0.0.1/a.bin", bytes)
+            && writeFile(versions + "/1.0.0.2/a.bin", bytes + "!"));
+        const QString liar = temp.filePath("bin/xdelta3");
+        QVERIFY(writeFile(liar,
+            "#!/bin/sh\n[ \"$1\" = -d ] && { echo wrong >\"$6\"; exit 0; }\nexec "
+                + QStandardPaths::findExecutable("xdelta3").toUtf8() + " \"$@\"\n"));
+        QVERIFY(QFile::setPermissions(liar, QFile::ReadOwner | QFile::ExeOwner));
+        qputenv("PATH", QFile::encodeName(temp.filePath("bin")) + ':' + path);
+    }
     if (special == "unreadable")
         QVERIFY(QFile::setPermissions(versions + '/' + files.first(), {}));
 
@@ -456,6 +471,7 @@ void TestPublish::refusesBadInput()
     } else {
         outcome = publish(arguments);
     }
+    qputenv("PATH", path);
     QVERIFY2(int(outcome.code) == code && outcome.text.contains(message), qPrintable(outcome.text));
     // Nothing half made: no channel root (or the old one untouched), no staging folder left behind.
     const QStringList left = QDir(parent).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);

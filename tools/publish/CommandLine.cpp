@@ -71,7 +71,7 @@ CommandLine ParseCommandLine(const QStringList& arguments)
         result.text = parser.errorText();
         return result;
     }
-    if (parser.isSet(help)) {
+    if (parser.isSet(help) || parser.isSet(QStringLiteral("help-all"))) {
         result.action = CommandLine::Action::ShowHelp;
         result.text = parser.helpText() + QLatin1Char('\n') + ExitCodeTable();
         return result;
