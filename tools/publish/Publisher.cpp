@@ -70,29 +70,37 @@ std::function<void(qint64)> Publisher::byteProgress(qint64 total)
 Outcome Publisher::run()
 {
     Outcome outcome = prepare();
-    if (!outcome.ok())
-        return outcome;
-    emit stepStarted(QStringLiteral("reading %1").arg(m_options.versionsDir));
     QVector<VersionSource> sources;
-    outcome = ScanVersions(m_options.versionsDir, sources);
-    if (!outcome.ok())
-        return outcome;
-    outcome = writeInfoDocument();
-    if (!outcome.ok())
-        return outcome;
-
+    if (outcome.ok()) {
+        emit stepStarted(QStringLiteral("reading %1").arg(m_options.versionsDir));
+        outcome = ScanVersions(m_options.versionsDir, sources);
+    }
+    if (outcome.ok())
+        outcome = writeInfoDocument();
     QVector<StagedVersion> versions(sources.size());
     QVector<bool> unchanged(sources.size());
-    for (int i = 0; i < sources.size(); ++i) {
+    for (int i = 0; outcome.ok() && i < sources.size(); ++i) {
         bool bUnchanged = false;
         outcome = stageVersion(sources.at(i), versions[i], bUnchanged);
-        if (!outcome.ok())
-            return outcome;
         unchanged[i] = bUnchanged;
     }
-
     Morvantix::GuideManifestInfo guide;
-    guide.lastVersion = versions.last().text;
+    if (outcome.ok())
+        outcome = publishPatches(versions, unchanged, guide.patchList);
+    if (outcome.ok())
+        outcome = publishFullPackages(versions, unchanged, guide.patchList);
+    if (outcome.ok()) {
+        guide.lastVersion = versions.last().text;
+        outcome = writeDocuments(guide);
+    }
+    if (outcome.ok())
+        outcome = moveIntoPlace();
+    return outcome;
+}
+
+Outcome Publisher::publishPatches(
+    const QVector<StagedVersion>& versions, const QVector<bool>& unchanged, QVector<PatchEntry>& entries)
+{
     const DiffTool diffTool(m_xdelta);
     PatchBuilder builder(diffTool, *m_archiver, m_workDir);
     builder.setProgressCallback([this](int done, int total) { emit percentChanged(done * 100 / total); });
@@ -101,7 +109,7 @@ Outcome Publisher::run()
             const StagedVersion& a = versions.at(from);
             const StagedVersion& b = versions.at(to);
             PatchEntry entry;
-            outcome = publishPackage(
+            const Outcome outcome = publishPackage(
                 a.text, b.text, unchanged.at(from) && unchanged.at(to) && m_bSameLevel,
                 QStringLiteral("patch/%1/%2_%1.7z").arg(b.text, a.text),
                 [&](const QString& archivePath, QStringList& written) {
@@ -111,13 +119,19 @@ Outcome Publisher::run()
                 entry);
             if (!outcome.ok())
                 return outcome;
-            guide.patchList.append(entry);
+            entries.append(entry);
         }
     }
+    return {};
+}
+
+Outcome Publisher::publishFullPackages(
+    const QVector<StagedVersion>& versions, const QVector<bool>& unchanged, QVector<PatchEntry>& entries)
+{
     for (int i = 0; i < versions.size(); ++i) {
         const StagedVersion& version = versions.at(i);
         PatchEntry entry;
-        outcome = publishPackage(
+        const Outcome outcome = publishPackage(
             version.text, version.text, unchanged.at(i) && m_bSameLevel && m_bSameParts,
             QStringLiteral("full/%1/full_%1.7z").arg(version.text),
             [&](const QString& archivePath, QStringList& written) {
@@ -127,12 +141,9 @@ Outcome Publisher::run()
             entry);
         if (!outcome.ok())
             return outcome;
-        guide.patchList.append(entry);
+        entries.append(entry);
     }
-    outcome = writeDocuments(guide);
-    if (!outcome.ok())
-        return outcome;
-    return moveIntoPlace();
+    return {};
 }
 
 Outcome Publisher::prepare()

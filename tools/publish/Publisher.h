@@ -38,6 +38,12 @@ private:
     Outcome writeInfoDocument();
     Outcome stageVersion(const VersionSource& source, StagedVersion& staged, bool& bUnchanged);
     Outcome copyVersion(const VersionSource& source, StagedVersion& staged);
+    Outcome publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
+        QVector<Morvantix::PatchEntry>& entries);
+    Outcome publishFullPackages(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
+        QVector<Morvantix::PatchEntry>& entries);
+    // The package from -> to at archiveRel: taken over from OUTPUT when bReusable and still there,
+    // else made by make.
     Outcome publishPackage(const QString& from, const QString& to, bool bReusable, const QString& archiveRel,
         const std::function<Outcome(const QString& archivePath, QStringList& written)>& make,
         Morvantix::PatchEntry& entry);
