@@ -2,7 +2,7 @@
 BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup configure build test bench clean format
+.PHONY: all setup configure build test check-windows bench clean format
 
 all: build
 
@@ -17,6 +17,10 @@ build: configure
 
 test: build
 	@cd $(BUILD_DIR) && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j 2 --timeout 300
+
+# Every source of src/ and tools/ compiled for Windows x86-64, syntax only (also one of the tests).
+check-windows: configure
+	@cmake --build $(BUILD_DIR) --target check-windows
 
 bench: build
 	@bash bench/run.sh $(BUILD_DIR)

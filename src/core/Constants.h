@@ -28,6 +28,7 @@ constexpr char GuideServer[] = "GuideServer";
 constexpr char Host[] = "Host";
 constexpr char Channel[] = "Channel";
 constexpr char LauncherChannel[] = "LauncherChannel";
+constexpr char HostAndChannel[] = "HostAndChannel";
 constexpr char LauncherVersion[] = "LauncherVersion";
 constexpr char CheckLauncherUpdate[] = "bCheckLauncherUpdate";
 constexpr char SerializerTag[] = "SerializerTag";
@@ -48,6 +49,8 @@ constexpr char UnZipFolder[] = "UnZip";
 constexpr char DefaultVersion[] = "0.0.0.1";
 constexpr char LastVersionFile[] = "lastversion.txt";
 constexpr char LastLauncherVersionFile[] = "lastLauncherVersion.txt";
+constexpr char LaunchArgumentsFile[] = "channel.ini"; // beside the program, written by a channel's installer
+constexpr char ReportQueueFile[] = "reports.jsonl"; // in the log folder: usage reports not sent yet
 
 // Usage-report event codes.
 constexpr const char* ReportEvents[] = { "2001", "2002", "2003", "2004", "2005", "2006", "2007", "2008",

@@ -39,6 +39,11 @@ int toolWaitMs()
     return scaled(30 * 60 * 1000);
 }
 
+int processEndWaitMs()
+{
+    return scaled(5000);
+}
+
 void setTimeDivisorForTesting(int divisor)
 {
     s_divisor = qMax(1, divisor);

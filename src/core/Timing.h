@@ -13,6 +13,7 @@ CORE_EXPORT int restartDelayMs(); // pause before the transfers restart after a 
 CORE_EXPORT int fetchAttemptMs(); // one attempt of a content fetch: 5 s
 CORE_EXPORT int fetchRetryPauseMs(); // pause between content-fetch attempts: 1 s
 CORE_EXPORT int toolWaitMs(); // the longest wait for an external tool: 30 min
+CORE_EXPORT int processEndWaitMs(); // the longest wait for an ended process to be gone: 5 s
 
 // Divides every constant above by `divisor` (1 restores the product values). Test-only.
 CORE_EXPORT void setTimeDivisorForTesting(int divisor);

@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QEventLoop>
+#include <QJsonDocument>
 #include <QMetaEnum>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -112,14 +113,20 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     ResetAccessible();
     // Slots are reached by index only: a nested event loop may grow the list under our feet.
     ContentRequest& slot = m_contentList[index];
-    const QNetworkRequest request = FetchRequest(slot.url);
+    QNetworkRequest request = FetchRequest(slot.url);
     Logger::LogInfo(QStringLiteral("Downloader"),
         QStringLiteral("download content from url is %1").arg(slot.url.toString()));
 
     QNetworkReply* reply = nullptr;
     if (!slot.postData.isEmpty()) {
         qDebug() << "postData" << slot.postData;
-        reply = m_networkManager->post(request, slot.postData.toUtf8());
+        const QByteArray body = slot.postData.toUtf8();
+        // A JSON document (the usage reports) says so; anything else is the form data Qt would
+        // assume, named here so that Qt does not warn about it.
+        const bool isJson = !QJsonDocument::fromJson(body).isNull();
+        request.setHeader(QNetworkRequest::ContentTypeHeader,
+            isJson ? QByteArray("application/json") : QByteArray("application/x-www-form-urlencoded"));
+        reply = m_networkManager->post(request, body);
     } else {
         reply = m_networkManager->get(request);
     }

@@ -103,19 +103,23 @@ bool transferTree(bool isCopy, const QString& fromDir, const QString& toDir, Tra
 }
 
 #ifdef Q_OS_WIN
-// A read-write open is refused with a sharing violation while another process holds the file.
+// A read-write open that shares nothing is refused with a sharing violation while any other process
+// holds the file, whatever sharing that process allowed (QFile would share reads and writes and so
+// miss a holder that does the same). The Linux branch asks the same question with a write lease.
 bool isHeldByAnotherProcess(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
-        return true;
-    file.close();
+    const QString native = QDir::toNativeSeparators(path);
+    const HANDLE handle = ::CreateFileW(reinterpret_cast<const wchar_t*>(native.utf16()),
+        GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE)
+        return true; // held elsewhere, or not writable at all: either way it cannot be replaced
+    ::CloseHandle(handle);
     return false;
 }
 #else
 // Opens never fail for sharing reasons here. A write lease can only be granted while no other
-// descriptor is open on the file, which answers "is anyone holding it?" in constant time per file,
-// without walking the process table.
+// descriptor is open on the file: the question the exclusive open of the Windows branch asks, answered
+// in constant time per file without walking the process table.
 bool isHeldByAnotherProcess(const QString& path)
 {
     {

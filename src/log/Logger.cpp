@@ -68,7 +68,7 @@ void startRunFile()
     const QDateTime now = QDateTime::currentDateTime();
     s_runStamp = now.toString(QStringLiteral("yyyyMMddhhmm"));
 
-    QDir logDir(QStringLiteral("log"));
+    QDir logDir(LogFolderPath());
     if (!logDir.exists())
         QDir().mkpath(logDir.path());
     s_logFilePath = QDir(logDir.absolutePath()).filePath(QStringLiteral("launcher.log"));
@@ -144,6 +144,11 @@ void LogToFile(bool on)
         s_previousHandler = replaced;
         s_previousHandlerKept = true;
     }
+}
+
+QString LogFolderPath()
+{
+    return QDir(QStringLiteral("log")).absolutePath();
 }
 
 } // namespace Logger

@@ -18,4 +18,7 @@ CORE_EXPORT void LogCritical(const QString& tag, const QString& msg);
 // Installs (true) or removes (false) the handler that appends every Qt message to "log/launcher.log".
 CORE_EXPORT void LogToFile(bool on);
 
+// The absolute path of the log folder, "log" under the working directory.
+CORE_EXPORT QString LogFolderPath();
+
 } // namespace Logger

@@ -47,6 +47,7 @@ HttpTestServer::HttpTestServer(QObject* parent)
     , m_server(new QTcpServer(this))
 {
     m_server->listen(QHostAddress::LocalHost, 0);
+    m_port = m_server->serverPort();
     connect(m_server, &QTcpServer::newConnection, this, [this] {
         while (QTcpSocket* socket = m_server->nextPendingConnection()) {
             // Small writes leave at once, so a trickle reaches the client as separate reads.
@@ -66,7 +67,15 @@ HttpTestServer::HttpTestServer(QObject* parent)
 
 QString HttpTestServer::url(const QString& path) const
 {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server->serverPort()).arg(path);
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
+}
+
+void HttpTestServer::setListening(bool on)
+{
+    if (!on)
+        m_server->close();
+    else if (!m_server->isListening())
+        m_server->listen(QHostAddress::LocalHost, m_port);
 }
 
 void HttpTestServer::setRoute(

@@ -45,6 +45,8 @@ public:
     explicit HttpTestServer(QObject* parent = nullptr);
 
     QString url(const QString& path) const;
+    // A server that is down refuses connections; up again, it listens on the same port.
+    void setListening(bool on);
     // The n-th request of the path gets behaviours[n]; the last one holds for all later requests.
     void setRoute(
         const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} });
@@ -66,6 +68,7 @@ private:
     void send(QTcpSocket* socket, QByteArray rest, const Behaviour& behaviour, bool cutAtEnd);
 
     QTcpServer* m_server;
+    quint16 m_port = 0;
     QMap<QByteArray, Route> m_routes;
     QVector<Request> m_requests;
 };
