@@ -3,6 +3,7 @@
 #include "core/CheckComponent.h"
 #include "core/CoreSystem.h"
 #include "core/DownloadComponent.h"
+#include "core/PatchComponent.h"
 #include "core/SerializeComponent.h"
 #include "core/VerifyComponent.h"
 #include "core/UnZipComponent.h"
@@ -21,6 +22,11 @@ template <typename Component> std::shared_ptr<Component> componentOf(EComponentT
 std::shared_ptr<DownloadComponent> GetDownloadComponent()
 {
     return componentOf<DownloadComponent>(EComponentType::Download);
+}
+
+std::shared_ptr<PatchComponent> GetPatchComponent()
+{
+    return componentOf<PatchComponent>(EComponentType::Patch);
 }
 
 std::shared_ptr<SerializeComponent> GetSerializeComponent()

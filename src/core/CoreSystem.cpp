@@ -2,6 +2,7 @@
 
 #include "core/CheckComponent.h"
 #include "core/DownloadComponent.h"
+#include "core/PatchComponent.h"
 #include "core/SerializeComponent.h"
 #include "core/VerifyComponent.h"
 #include "core/UnZipComponent.h"
@@ -16,6 +17,7 @@ CoreSystem::CoreSystem()
     // this library yet have no entry rather than a placeholder.
     RegistComponent(EComponentType::Download, std::make_shared<DownloadComponent>());
     RegistComponent(EComponentType::UnZip, std::make_shared<UnZipComponent>());
+    RegistComponent(EComponentType::Patch, std::make_shared<PatchComponent>());
     RegistComponent(EComponentType::Serialize, std::make_shared<SerializeComponent>());
     RegistComponent(EComponentType::Verify, std::make_shared<VerifyComponent>());
     RegistComponent(EComponentType::Check, std::make_shared<CheckComponent>());

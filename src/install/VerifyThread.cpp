@@ -216,15 +216,16 @@ bool VerifyThread::VerifyManifestEntry(const QString& folder, const ManifestFile
 
 void VerifyThread::CleanPakFolder(const ManifestFileMap& map, const QString& folder)
 {
+    const QString pakFolder = QFileUtils::CombinePath(folder, kPakFolder);
+    QStringList files;
+    QFileUtils::getFileListUnderDir(pakFolder, files);
+    if (files.isEmpty())
+        return;
     QSet<QString> known;
     known.reserve(map.size());
     for (const ManifestFileInfo& entry : map)
         known.insert(pakKey(QFileUtils::CombinePath(folder, entry.path)));
-
-    const QString pakFolder = QFileUtils::CombinePath(folder, kPakFolder);
     const QString canonicalPakFolder = QFileInfo(pakFolder).canonicalFilePath();
-    QStringList files;
-    QFileUtils::getFileListUnderDir(pakFolder, files);
     for (const QString& file : files) {
         if (known.contains(pakKey(file)) || !liesInPakFolder(canonicalPakFolder, file))
             continue;

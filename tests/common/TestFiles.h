@@ -3,8 +3,10 @@
 #include <QByteArray>
 #include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QMap>
 #include <QString>
 
 // Files and data for tests: reproducible bytes, whole-file writes and reads, MD5 texts.
@@ -39,6 +41,38 @@ inline QByteArray readFile(const QString& path)
 inline QString md5Hex(const QByteArray& data)
 {
     return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Md5).toHex());
+}
+
+// A folder's files by relative path ("/" separated).
+using Tree = QMap<QString, QByteArray>;
+
+inline bool writeTree(const QString& root, const Tree& files)
+{
+    for (auto it = files.cbegin(); it != files.cend(); ++it) {
+        if (!writeFile(root + QLatin1Char('/') + it.key(), it.value()))
+            return false;
+    }
+    return true;
+}
+
+// The MD5 of every file below root (hidden ones included), by relative path.
+inline QMap<QString, QString> md5Tree(const QString& root)
+{
+    QMap<QString, QString> sums;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        sums.insert(QDir(root).relativeFilePath(path), md5Hex(readFile(path)));
+    }
+    return sums;
+}
+
+inline QMap<QString, QString> md5Tree(const Tree& files)
+{
+    QMap<QString, QString> sums;
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        sums.insert(it.key(), md5Hex(it.value()));
+    return sums;
 }
 
 } // namespace TestFiles

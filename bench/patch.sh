@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# The patch stage against bare "xdelta3 -d" calls: 20 diffs over 600 MB of old files, same run.
+set -euo pipefail
+build="$1"
+data="$(dirname "$0")/data/patch"
+rm -rf "$data"
+mkdir -p "$data"
+trap 'rm -rf "$data"' EXIT
+# The stage finds its diff tool beside the command-line programs.
+PATH="$build/bin:$PATH" "$build/bench/patch" "$data" 20 30 9

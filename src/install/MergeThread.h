@@ -1,0 +1,75 @@
+#pragma once
+
+#include "core/CoreExport.h"
+#include "install/PatchInfo.h"
+
+#include <QMetaType>
+#include <QString>
+#include <QThread>
+#include <QVariant>
+
+#include <vector>
+
+// What a merge progress report is about.
+enum MergeStatus : int
+{
+    MergeStatusPatch = 0, // rebuilding a file from its diff
+    MergeStatusAdd = 1, // adding a file the package carries whole
+    MergeStatusDelete = 2, // deleting a file the new version drops
+};
+Q_DECLARE_METATYPE(MergeStatus)
+
+// One file rebuilt from its diff. The output is the old file itself: files are patched in place.
+struct MergeTask
+{
+    QString oldPath;
+    QString relPath;
+    QString diffPath;
+    QString outPath;
+};
+
+// Applies one unpacked patch package to the game folder: rebuilds the changed files with the diff
+// tool, then copies the files the package carries whole, then deletes the files the new version drops.
+// A failure ends the job before the next step, so files are added and deleted only after every diff
+// has been applied.
+class CORE_EXPORT MergeThread : public QThread
+{
+    Q_OBJECT
+public:
+    explicit MergeThread(QObject* parent = nullptr);
+
+    // Reads the package's patch info file; called before the thread starts.
+    void LoadPatchInfo(const QString& manifestFilePath, const QString& targetPath, const QString& tempPath);
+
+    bool m_bNoMerge = false;
+    bool m_bPatchMerge = false;
+
+signals:
+    void MergeFinished(QString errorString);
+    void MergeProgress(int percent, int totalpercent, QVariant status);
+
+public slots:
+    void finishedThread();
+
+protected:
+    void run() override;
+
+private:
+    bool CheckPaths();
+    void BuildMergeList();
+    bool MergeFiles();
+    bool MergeOne(const QString& tool, const MergeTask& task);
+    void AddFiles();
+    void DeleteFiles();
+    void Fail(const QString& errorString);
+
+    int m_total = 0;
+    int m_index = 0;
+    bool m_bHasError = false;
+    QString m_errorString;
+    Morvantix::PatchInfo m_patchInfo;
+    QString m_patchDir;
+    QString m_targetPath;
+    QString m_tempPath;
+    std::vector<MergeTask> m_mergeList;
+};
