@@ -1,13 +1,17 @@
 #include "../planning/PlanningTestSupport.h"
+#include "CallbackRecorder.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "CommandLine.h"
 #include "Publisher.h"
+#include "core/ComponentAccessors.h"
+#include "core/CoreSystem.h"
 #include "core/GameUpdateContext.h"
 #include "core/GlobalVar.h"
+#include "core/PatchComponent.h"
+#include "core/UnZipComponent.h"
 #include "files/QFileUtils.h"
-#include "install/ExternalTools.h"
 #include "install/ManifestFileInfo.h"
 #include "install/PatchInfo.h"
 #include "planning/GuideManifestReader.h"
@@ -17,7 +21,6 @@
 #include <QDirIterator>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -38,10 +41,10 @@ namespace {
 
 // The three versions: an edited pack, an unchanged text, a removed file, a file renamed by letter case,
 // a Chinese name with a blank, a small file whose diff would outgrow it, a name holding ".patch".
-QMap<QString, QByteArray> versionFiles(int version)
+TestFiles::Tree versionFiles(int version)
 {
     QByteArray pack = patternBytes(60000, 1);
-    QMap<QString, QByteArray> files { { "readme.txt", QByteArray("hello\n").repeated(100) },
+    TestFiles::Tree files { { "readme.txt", QByteArray("hello\n").repeated(100) },
         { "notes.patch.txt", patternBytes(5000, 4) }, { "中文 目录/存档 1.dat", patternBytes(20000, 3) } };
     if (version == 1) {
         files.insert("Old/gone.bin", patternBytes(3000, 2));
@@ -65,38 +68,8 @@ QMap<QString, QByteArray> versionFiles(int version)
 
 void writeVersion(const QString& versionsDir, int version)
 {
-    const auto files = versionFiles(version);
-    for (auto it = files.begin(); it != files.end(); ++it)
-        QVERIFY(writeFile(
-            QStringLiteral("%1/1.0.0.%2/%3").arg(versionsDir).arg(version).arg(it.key()), it.value()));
-}
-
-// Every file below dir by relative path, with its MD5.
-QMap<QString, QString> treeMd5s(const QString& dir)
-{
-    QMap<QString, QString> md5s;
-    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        md5s.insert(QDir(dir).relativeFilePath(path), QFileUtils::GetFileMD5(path));
-    }
-    return md5s;
-}
-
-QMap<QString, QString> md5sOf(const QMap<QString, QByteArray>& files)
-{
-    QMap<QString, QString> md5s;
-    for (auto it = files.begin(); it != files.end(); ++it)
-        md5s.insert(it.key(), TestFiles::md5Hex(it.value()));
-    return md5s;
-}
-
-bool run(const QString& program, const QStringList& arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    return process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit
-        && process.exitCode() == 0;
+    QVERIFY(TestFiles::writeTree(
+        QStringLiteral("%1/1.0.0.%2").arg(versionsDir).arg(version), versionFiles(version)));
 }
 
 Outcome publish(const QStringList& arguments, QStringList* steps = nullptr)
@@ -126,22 +99,36 @@ QString describe(const PatchInfo& info)
             info.delFiles.keys().join(','), info.newFiles.keys().join(','), info.patchFiles.keys().join(','));
 }
 
-// Applies an unpacked patch package to game as the merge stage does: diffs first, then whole files,
-// then deletions.
-void applyPatch(const QString& package, const QString& game, const PatchInfo& info)
+// Unpacks archive into folder with the library's unzip stage.
+void unpack(const QString& archive, const QString& folder)
 {
-    for (const QString& name : info.patchFiles.keys()) {
-        const QString target = game + '/' + name.left(name.indexOf(".patch"));
-        QVERIFY(run("xdelta3", { "-d", "-f", "-s", target, package + '/' + name, target + ".new" }));
-        QVERIFY(QFile::remove(target) && QFile::rename(target + ".new", target));
-    }
-    for (const QString& name : info.newFiles.keys()) {
-        QFile::remove(game + '/' + name);
-        QVERIFY(QDir().mkpath(QFileInfo(game + '/' + name).absolutePath()));
-        QVERIFY(QFile::copy(package + '/' + name, game + '/' + name));
-    }
-    for (const QString& name : info.delFiles.keys())
-        QVERIFY(QFile::remove(game + '/' + name));
+    CallbackRecorder<UnZipCallbackInfo> recorder;
+    GetUnZipComponent()->RegistCallbackFunc(recorder.callback());
+    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+    ctx->m_unZipFileList = QStringList { archive };
+    ctx->m_unZipFolder = folder;
+    ctx->m_updateType = 0;
+    GetUnZipComponent()->StartUnZip(*ctx);
+    QVERIFY(recorder.waitForEnd(60000));
+    GetUnZipComponent()->RegistCallbackFunc(nullptr);
+    QVERIFY2(recorder.last().code == 0, qPrintable(recorder.last().errStr));
+}
+
+// Applies an unpacked patch package to game with the library's merge stage.
+void merge(const QString& package, const QString& game, const QString& temp)
+{
+    CallbackRecorder<PatcherCallbackInfo> recorder(
+        [](const PatcherCallbackInfo& info) { return info.bComplete || info.bError; });
+    GetPatchComponent()->RegistCallbackFunc(recorder.callback());
+    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+    ctx->m_bLimitSpeed = true;
+    ctx->m_patchFolder = package;
+    ctx->m_mergeTargetPath = game;
+    ctx->m_mergeTempPath = temp;
+    GetPatchComponent()->StartApplyPatch(*ctx);
+    QVERIFY(recorder.waitForEnd(60000));
+    GetPatchComponent()->RegistCallbackFunc(nullptr);
+    QVERIFY2(recorder.last().bComplete, qPrintable(recorder.last().errorString));
 }
 
 #ifdef Q_OS_LINUX
@@ -188,6 +175,7 @@ class TestPublish : public QObject
 {
     Q_OBJECT
 private slots:
+    void initTestCase();
     void parsesCommandLine_data();
     void parsesCommandLine();
     void publishesWhatTheLauncherReads();
@@ -195,6 +183,12 @@ private slots:
     void refusesBadInput_data();
     void refusesBadInput();
 };
+
+void TestPublish::initTestCase()
+{
+    // The merge stage's diff tool on this system is built beside the programs.
+    qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
+}
 
 void TestPublish::parsesCommandLine_data()
 {
@@ -304,17 +298,16 @@ void TestPublish::publishesWhatTheLauncherReads()
     // Per version: the file list, the loose files and the full package hold the version's files.
     for (int version = 1; version <= 3; ++version) {
         const QString n = QStringLiteral("1.0.0.%1").arg(version);
-        const QMap<QString, QString> expected = md5sOf(versionFiles(version));
+        const QMap<QString, QString> expected = TestFiles::md5Tree(versionFiles(version));
         QMap<QString, QString> listed;
         for (const ManifestFileInfo& file :
             ReadFileList(QFileUtils::ReadText(root + '/' + n + "/manifest.txt")))
             listed.insert(file.path, file.md5);
         QCOMPARE(listed, expected);
-        QCOMPARE(treeMd5s(root + '/' + n + "/files"), expected);
+        QCOMPARE(TestFiles::md5Tree(root + '/' + n + "/files"), expected);
         const QString unpacked = temp.filePath("full " + n);
-        QVERIFY(run(ExternalTools::SevenZipPath(),
-            { "x", "-o" + unpacked, root + "/full/" + n + "/full_" + n + ".7z.001" }));
-        QCOMPARE(treeMd5s(unpacked), expected);
+        unpack(root + "/full/" + n + "/full_" + n + ".7z.001", unpacked);
+        QCOMPARE(TestFiles::md5Tree(unpacked), expected);
     }
 
     // Per patch: what it says it does, and applied to the old version it gives the new one.
@@ -332,22 +325,18 @@ void TestPublish::publishesWhatTheLauncherReads()
             continue;
         const QString package = temp.filePath("package " + entry.fromVersion + '_' + entry.toVersion);
         const QString game = temp.filePath("game " + entry.fromVersion + '_' + entry.toVersion);
-        QVERIFY(run(
-            ExternalTools::SevenZipPath(), { "x", "-o" + package, root + '/' + entry.files.first().path }));
+        unpack(root + '/' + entry.files.first().path, package);
         const PatchInfo patchInfo = ReadPatchInfo(QFileUtils::ReadText(package + "/manifest.txt"));
         QCOMPARE(describe(patchInfo), expectedInfo.value(entry.fromVersion + "->" + entry.toVersion));
         const auto newFiles = versionFiles(entry.toVersion.right(1).toInt());
         for (const ManifestFileInfo& diff : patchInfo.patchFiles)
             QVERIFY(diff.size < quint64(newFiles.value(diff.path.chopped(6)).size()));
-        const QMap<QString, QString> expected = md5sOf(newFiles);
-        const auto oldFiles = versionFiles(entry.fromVersion.right(1).toInt());
-        for (auto it = oldFiles.begin(); it != oldFiles.end(); ++it)
-            QVERIFY(writeFile(game + '/' + it.key(), it.value()));
-        applyPatch(package, game, patchInfo);
+        QVERIFY(TestFiles::writeTree(game, versionFiles(entry.fromVersion.right(1).toInt())));
+        merge(package, game, temp.filePath("merge"));
         // The file renamed by letter case keeps its old name beside the new one on a case-sensitive disk.
-        QMap<QString, QString> result = treeMd5s(game);
+        QMap<QString, QString> result = TestFiles::md5Tree(game);
         result.remove("Case/Name.TXT");
-        QCOMPARE(result, expected);
+        QCOMPARE(result, TestFiles::md5Tree(newFiles));
     }
 }
 
@@ -368,7 +357,7 @@ void TestPublish::addsWhatIsNewAndRepeatsItself()
 
     // The same versions published afresh give the same bytes, taken over or made again.
     QVERIFY(publish({ versions, temp.filePath("fresh") }).ok());
-    QCOMPARE(treeMd5s(temp.filePath("fresh")), treeMd5s(root));
+    QCOMPARE(TestFiles::md5Tree(temp.filePath("fresh")), TestFiles::md5Tree(root));
 
     // A changed version is made again, and so is every patch it takes part in.
     QVERIFY(writeFile(versions + "/1.0.0.2/readme.txt", "changed"));
