@@ -7,6 +7,9 @@ namespace Morvantix {
 
 namespace {
 
+const QString kPackagesMarker = QStringLiteral("--download_version--");
+const QString kNewestMarker = QStringLiteral("--last_version--");
+
 enum class ReadMode
 {
     Packages,
@@ -77,9 +80,9 @@ GuideManifestInfo ReadGuideManifest(const QString& text)
         const QString line = rawLine.simplified();
         if (line.isEmpty())
             continue;
-        if (line == QLatin1String("--download_version--")) {
+        if (line == kPackagesMarker) {
             mode = ReadMode::Packages;
-        } else if (line == QLatin1String("--last_version--")) {
+        } else if (line == kNewestMarker) {
             mode = ReadMode::NewestVersion;
         } else if (mode == ReadMode::NewestVersion) {
             info.lastVersion = line;
@@ -88,6 +91,18 @@ GuideManifestInfo ReadGuideManifest(const QString& text)
         }
     }
     return info;
+}
+
+QString WriteGuideManifest(const GuideManifestInfo& info)
+{
+    QString text = kPackagesMarker + QLatin1Char('\n');
+    for (const PatchEntry& entry : info.patchList) {
+        const QString head = entry.fromVersion + QLatin1String("->") + entry.toVersion;
+        for (const PatchFileInfo& file : entry.files)
+            text += head + QLatin1Char('|') + file.path + QLatin1Char('|') + file.md5 + QLatin1Char('|')
+                + QString::number(file.size) + QLatin1Char('\n');
+    }
+    return text + kNewestMarker + QLatin1Char('\n') + info.lastVersion + QLatin1Char('\n');
 }
 
 } // namespace Morvantix

@@ -62,6 +62,22 @@ void readTexts(RemoteInfo& info, const QJsonObject& root)
     info.m_bMovie = switchOf(root, "bmovie");
 }
 
+QJsonArray noticeArray(const QVector<NoticeItem>& list)
+{
+    QJsonArray items;
+    for (const NoticeItem& item : list)
+        items.append(QJsonObject { { "title", item.title }, { "time", item.time }, { "link", item.link } });
+    return items;
+}
+
+QJsonArray carouselArray(const QVector<CarouselItem>& list)
+{
+    QJsonArray items;
+    for (const CarouselItem& item : list)
+        items.append(QJsonObject { { "url", item.url }, { "link", item.link }, { "md5", item.md5 } });
+    return items;
+}
+
 } // namespace
 
 void SolveRemoteInfo(const QString& json, GameUpdateContext& ctx)
@@ -91,6 +107,36 @@ void ReadNoticeItems(QVector<NoticeItem>& list, const QString& key, const QJsonO
 void ReadCarouselItems(QVector<CarouselItem>& list, const QString& key, const QJsonObject& object)
 {
     readItems(list, key, object, "url", "link", "md5");
+}
+
+QString WriteRemoteInfo(const RemoteInfo& info)
+{
+    const QJsonObject root {
+        { "activity", noticeArray(info.m_activityList) },
+        { "announcement", noticeArray(info.m_announcementList) },
+        { "infomation", noticeArray(info.m_infomationList) },
+        { "extra", noticeArray(info.m_extraList) },
+        { "carousel", carouselArray(info.m_carouselList) },
+        { "bg", QJsonObject { { "url", info.m_bgUrl }, { "md5", info.m_bgMd5 } } },
+        { "hot_dot", info.m_hotDot },
+        { "reparing", info.m_bReparing },
+        { "reparing_tip", info.m_reparingTip },
+        { "zm_url", info.m_zmUrl },
+        { "agree_url", info.m_agreeUrl },
+        { "privacy_url", info.m_privacyUrl },
+        { "kefu_url", info.m_kefuUrl },
+        { "infoswitch", info.m_bInfoSwitch },
+        { "carousel_time", info.m_carouselTime },
+        { "activity_name", info.m_activityName },
+        { "announcement_name", info.m_announcementName },
+        { "infomation_name", info.m_infomationName },
+        { "extra_name", info.m_extraName },
+        { "maintain_start", info.m_maintainStart },
+        { "maintain_content", info.m_maintainContent },
+        { "maintain_link", info.m_maintainLink },
+        { "bmovie", info.m_bMovie },
+    };
+    return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented));
 }
 
 } // namespace Morvantix

@@ -112,6 +112,9 @@ void TestPlanningReaders::readsEveryRemoteKey()
             "News", "Notes", "More", "bg.png", "beef", "7", "1", "down", "zm", "agree", "privacy", "kefu",
             "02:00", "upgrade", "m1", "4500", "1", "1" }));
     QVERIFY(log.lines().contains("default: m_bMovie: true"));
+    GameUpdateContext written;
+    SolveRemoteInfo(WriteRemoteInfo(ctx.m_remoteInfo), written);
+    QCOMPARE(describe(written.m_remoteInfo), describe(ctx.m_remoteInfo));
 
     // A busy page instead of JSON empties everything but keeps the period, as does a period of 0.
     SolveRemoteInfo(QStringLiteral("<html>busy</html>"), ctx);
@@ -146,17 +149,21 @@ void TestPlanningReaders::readsGuideManifest()
 {
     QFETCH(QString, text);
     QFETCH(QString, expected);
+    const auto describe = [](const GuideManifestInfo& info) {
+        QString actual = info.lastVersion;
+        for (const PatchEntry& entry : info.patchList) {
+            actual += QStringLiteral("; %1->%2 %3 %4")
+                          .arg(entry.fromVersion, entry.toVersion)
+                          .arg(entry.bEnabled)
+                          .arg(entry.cost);
+            for (const PatchFileInfo& file : entry.files)
+                actual += QStringLiteral(" %1:%2:%3").arg(file.path, file.md5).arg(file.size);
+        }
+        return actual;
+    };
     const GuideManifestInfo info = ReadGuideManifest(text);
-    QString actual = info.lastVersion;
-    for (const PatchEntry& entry : info.patchList) {
-        actual += QStringLiteral("; %1->%2 %3 %4")
-                      .arg(entry.fromVersion, entry.toVersion)
-                      .arg(entry.bEnabled)
-                      .arg(entry.cost);
-        for (const PatchFileInfo& file : entry.files)
-            actual += QStringLiteral(" %1:%2:%3").arg(file.path, file.md5).arg(file.size);
-    }
-    QCOMPARE(actual, expected);
+    QCOMPARE(describe(info), expected);
+    QCOMPARE(describe(ReadGuideManifest(WriteGuideManifest(info))), expected);
 }
 
 // Whatever the text, the answers stay self-consistent: packages summed, a carousel that
