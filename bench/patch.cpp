@@ -2,7 +2,8 @@
 // "xdelta3 -d" calls, and prints the times and ratios. The stage patches in place and makes every new
 // file durable before it replaces the old one. Its peer is the least any in-place patch does: bare
 // calls that write each new file beside the old one and rename it over. For reference, the same bare
-// calls writing into an empty folder, which replace nothing.
+// calls writing into an empty folder, which replace nothing, and the bare calls that also flush each
+// file before the rename, as the stage does.
 #include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
 #include "core/PatchComponent.h"
@@ -18,6 +19,9 @@
 #include <QRandomGenerator>
 
 #include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace Morvantix;
 
@@ -83,10 +87,16 @@ void reset(const QString& data)
     QDir().mkpath(data + QStringLiteral("/bare/Paks"));
 }
 
-// In place: the bare calls patch the game folder, each output renamed over its old file. Otherwise
-// they read the old files and write into the empty folder "bare".
-double bareSeconds(const QString& data, int files, bool inPlace)
+enum class Bare
 {
+    EmptyFolder, // read the old files, write into the empty folder "bare"
+    InPlace, // patch the game folder, each output renamed over its old file
+    InPlaceFlushed, // the same, each output flushed to disk before the rename, as the stage does
+};
+
+double bareSeconds(const QString& data, int files, Bare mode)
+{
+    const bool inPlace = mode != Bare::EmptyFolder;
     const QString from = data + (inPlace ? QStringLiteral("/game/") : QStringLiteral("/old/"));
     const QString to = data + (inPlace ? QStringLiteral("/game/") : QStringLiteral("/bare/"));
     QElapsedTimer timer;
@@ -96,6 +106,11 @@ double bareSeconds(const QString& data, int files, bool inPlace)
         run(QStringLiteral("xdelta3"),
             { "-d", "-f", "-s", from + fileName(i),
                 data + QStringLiteral("/pkg/") + fileName(i) + QStringLiteral(".patch"), out });
+        if (mode == Bare::InPlaceFlushed) {
+            const int fd = ::open(QFile::encodeName(out).constData(), O_RDONLY);
+            ::fsync(fd);
+            ::close(fd);
+        }
         if (inPlace)
             std::rename(
                 QFile::encodeName(out).constData(), QFile::encodeName(from + fileName(i)).constData());
@@ -154,12 +169,14 @@ int main(int argc, char** argv)
     }
 
     // Best of the rounds: the machine is shared, and interference only ever adds time.
-    double stage = 1e30, bare = 1e30, bareEmpty = 1e30;
+    double stage = 1e30, bare = 1e30, bareEmpty = 1e30, bareFlushed = 1e30;
     for (int round = 0; round < rounds; ++round) {
         reset(data);
-        bare = qMin(bare, bareSeconds(data, files, true));
+        bare = qMin(bare, bareSeconds(data, files, Bare::InPlace));
         reset(data);
-        bareEmpty = qMin(bareEmpty, bareSeconds(data, files, false));
+        bareEmpty = qMin(bareEmpty, bareSeconds(data, files, Bare::EmptyFolder));
+        reset(data);
+        bareFlushed = qMin(bareFlushed, bareSeconds(data, files, Bare::InPlaceFlushed));
         reset(data);
         QString error;
         stage = qMin(stage, stageSeconds(data, error));
@@ -173,8 +190,10 @@ int main(int argc, char** argv)
     std::printf("%d diffs over %.0f MB of old files, best of %d rounds\n", files, mb, rounds);
     std::printf("  bare xdelta3 -d, in place        %7.3f s  %7.1f MB/s\n", bare, mb / bare);
     std::printf("  bare xdelta3 -d, empty folder    %7.3f s  %7.1f MB/s\n", bareEmpty, mb / bareEmpty);
+    std::printf("  bare xdelta3 -d, in place, fsync %7.3f s  %7.1f MB/s\n", bareFlushed, mb / bareFlushed);
     std::printf("  patch stage (hpatchz), in place  %7.3f s  %7.1f MB/s\n", stage, mb / stage);
     std::printf("  ratio stage / bare in place      %.3fx\n", stage / bare);
     std::printf("  ratio stage / bare empty folder  %.3fx\n", stage / bareEmpty);
+    std::printf("  ratio stage / bare in place, fsync %.3fx\n", stage / bareFlushed);
     return 0;
 }
