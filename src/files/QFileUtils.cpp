@@ -11,6 +11,7 @@
 #include <zlib.h>
 
 #include <exception>
+#include <memory>
 #include <vector>
 
 #ifdef Q_OS_WIN
@@ -316,25 +317,25 @@ unsigned int GetFileCRC32(const QString& path)
 QString GetFileMD5(const QString& path)
 {
     QFile file(path);
+    const QFileInfo info(path);
     // Unbuffered: every block goes straight from the system into the hash, without a second copy
     // through the device buffer.
-    if (path.isEmpty() || !QFileInfo(path).isFile()
-        || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (path.isEmpty() || !info.isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         qDebug() << path << " open error.";
         return QString();
     }
     // Large enough that a big file costs few system calls, small enough to stay in the CPU's cache.
     constexpr qint64 kBlock = 65536;
-    std::vector<char> block(kBlock);
+    const std::unique_ptr<char[]> block(new char[kBlock]);
     QCryptographicHash hash(QCryptographicHash::Md5);
-    const qint64 total = file.size();
+    const qint64 total = info.size();
     qint64 remaining = total;
     qint64 done = 0;
     while (done < total && remaining > 0) {
-        const qint64 n = file.read(block.data(), qMin(remaining, kBlock));
+        const qint64 n = file.read(block.get(), qMin(remaining, kBlock));
         if (n <= 0)
             break; // the file shrank under us: hash what was there
-        hash.addData(block.data(), static_cast<int>(n));
+        hash.addData(block.get(), static_cast<int>(n));
         done += n;
         remaining -= n;
     }

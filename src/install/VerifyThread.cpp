@@ -107,7 +107,7 @@ void VerifyThread::VerifyZipList()
 bool VerifyThread::VerifyZipFile(const QString& path, const QString& expectedMd5)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         Logger::LogInfo(kTag, QStringLiteral("manifest File %1 cannot open, please check!").arg(path));
         m_bError = true;
         return true;

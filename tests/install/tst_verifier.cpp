@@ -32,11 +32,14 @@ void makeTree(const QDir& folder, const QStringList& specs)
     }
 }
 
-QVector<VerifyCallbackInfo> runJob(GameUpdateContext& ctx)
+// The reports of one job; empty unless it ended exactly once. `alsoStart` is started during the run.
+QVector<VerifyCallbackInfo> runJob(GameUpdateContext& ctx, GameUpdateContext* alsoStart = nullptr)
 {
     CallbackRecorder<VerifyCallbackInfo> recorder;
     GetVerifyComponent()->RegistCallbackFunc(recorder.callback());
     GetVerifyComponent()->StartVerify(ctx);
+    if (alsoStart)
+        GetVerifyComponent()->StartVerify(*alsoStart);
     const bool ended = recorder.waitForEnd();
     GetVerifyComponent()->RegistCallbackFunc(nullptr);
     return ended && recorder.endings() == 1 ? recorder.reports() : QVector<VerifyCallbackInfo>();
@@ -209,25 +212,18 @@ void TestVerifier::secondStartWhileRunningIsRefused()
 {
     QTemporaryDir cache;
     GameUpdateContext running;
-    running.m_bVerifyZip = true;
+    GameUpdateContext refused;
+    running.m_bVerifyZip = refused.m_bVerifyZip = true;
     for (int i = 0; i < 3; ++i) {
         running.m_archiveFileList << cache.filePath(QString::number(i));
         running.m_archiveMd5List << "bad";
         QVERIFY(TestFiles::writeFile(running.m_archiveFileList.last(), TestFiles::patternBytes(4 << 20, i)));
     }
-    GameUpdateContext refused;
-    refused.m_bVerifyZip = true;
-
-    CallbackRecorder<VerifyCallbackInfo> recorder;
-    GetVerifyComponent()->RegistCallbackFunc(recorder.callback());
     const LogLines log;
-    GetVerifyComponent()->StartVerify(running);
-    GetVerifyComponent()->StartVerify(refused);
-    const bool ended = recorder.waitForEnd();
-    GetVerifyComponent()->RegistCallbackFunc(nullptr);
+    const QVector<VerifyCallbackInfo> reports = runJob(running, &refused);
     QVERIFY(log.contains("[Verifyer]:m_VerifyThread->isRunning"));
-    QVERIFY(ended && recorder.endings() == 1 && recorder.last().bError);
-    QCOMPARE(recorder.progressReports().size(), 3);
+    QCOMPARE(reports.size(), 4); // the running job's three steps and its end, nothing of the other
+    QVERIFY(reports.last().bError);
 }
 
 CORE_TEST_CLASS(TestVerifier)
