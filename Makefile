@@ -1,8 +1,9 @@
-# Entry points: `make test` installs what is missing, builds and runs the whole suite.
+# Entry points: `make demo` shows a whole update served by nginx; `make test` runs the whole suite.
+# Both install what is missing and build first.
 BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup configure build test check-windows bench clean format
+.PHONY: all setup configure build demo test check-windows bench clean format
 
 all: build
 
@@ -14,6 +15,9 @@ configure: setup
 
 build: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS)
+
+demo: build
+	@bash scripts/demo.sh $(BUILD_DIR)
 
 test: build
 	@cd $(BUILD_DIR) && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j 2 --timeout 300

@@ -22,7 +22,18 @@ void applyDerivedPaths(UpdateSetting& s)
     s.tempMergePath = QFileUtils::CombinePath(s.cachePath, key(Const::TempMergeFolderName));
 }
 
+QString& configFolder()
+{
+    static QString folder;
+    return folder;
+}
+
 } // namespace
+
+void Serializer::SetConfigFolder(const QString& folder)
+{
+    configFolder() = folder;
+}
 
 Serializer::Serializer()
 {
@@ -31,8 +42,8 @@ Serializer::Serializer()
 
 void Serializer::InitConfig()
 {
-    const QString path
-        = QFileUtils::CombinePath(QCoreApplication::applicationDirPath(), key(Const::ConfigFileName));
+    const QString folder = configFolder().isEmpty() ? QCoreApplication::applicationDirPath() : configFolder();
+    const QString path = QFileUtils::CombinePath(folder, key(Const::ConfigFileName));
     Logger::LogInfo(QStringLiteral("Serializer"), QStringLiteral("IniPath is %1").arg(path));
     m_ini = std::make_shared<QSettings>(path, QSettings::IniFormat);
     // Install folders often carry non-ASCII names; without this Qt 5 writes them as escapes.

@@ -22,6 +22,11 @@ public:
     // The file the settings live in.
     QString FilePath() const;
 
+    // Folder of "config.ini" for hosts whose own folder cannot hold it (a program installed
+    // read-only); empty restores the application's folder. Takes effect for Serializers created
+    // afterwards, so a host calls it before the core system exists.
+    static void SetConfigFolder(const QString& folder);
+
 private:
     void InitConfig();
     void WriteDefault(const char* key, const QVariant& value);

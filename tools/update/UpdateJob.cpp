@@ -1,0 +1,644 @@
+#include "UpdateJob.h"
+
+#include "DiskSpace.h"
+#include "HumanText.h"
+#include "RepairJob.h"
+#include "StageRunner.h"
+
+#include "core/ComponentAccessors.h"
+#include "core/Constants.h"
+#include "core/CoreSystem.h"
+#include "core/GlobalVar.h"
+#include "core/SerializeComponent.h"
+#include "files/QFileUtils.h"
+#include "files/SafePath.h"
+#include "install/PatchInfo.h"
+#include "planning/GuideManifestReader.h"
+#include "planning/GuideManifestSolver.h"
+#include "planning/RemoteInfoReader.h"
+#include "planning/UpdatePathPlanner.h"
+#include "planning/VersionUtil.h"
+#include "util/QtUtil.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+using namespace Morvantix;
+
+namespace {
+
+QString constant(const char* text)
+{
+    return QString::fromLatin1(text);
+}
+
+// A package is stored in the cache under the last part of its server path, so that part must be a
+// plain name as well.
+bool isSafePackagePath(const QString& path)
+{
+    const QString name = path.section(QLatin1Char('/'), -1);
+    return SafePath::IsSafeRelativePath(path) && SafePath::IsSafeRelativePath(name)
+        && name != QLatin1String(".");
+}
+
+QString firstUnsafePath(const ManifestFileMap& files)
+{
+    for (const ManifestFileInfo& file : files) {
+        if (!SafePath::IsSafeRelativePath(file.path))
+            return file.path;
+    }
+    return QString();
+}
+
+} // namespace
+
+UpdateJob::UpdateJob(const UpdateOptions& options, const QString& settingsFolder, QObject* parent)
+    : QObject(parent)
+    , m_options(options)
+    , m_settingsFolder(settingsFolder)
+    , m_ctx(CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext())
+    , m_stages(new StageRunner(*m_ctx, this))
+    , m_repair(new RepairJob(m_stages, *m_ctx, this))
+{
+    connect(m_stages, &StageRunner::progressed, this, &UpdateJob::progressed);
+    connect(m_repair, &RepairJob::stageStarted, this, [this](const StageEvent& event) {
+        m_stage = event.stage;
+        emit stageStarted(event);
+    });
+    connect(m_repair, &RepairJob::planned, this, &UpdateJob::planned);
+    connect(m_repair, &RepairJob::finished, this, &UpdateJob::onRepairFinished);
+}
+
+UpdateJob::~UpdateJob() = default;
+
+void UpdateJob::start()
+{
+    Global::Var::Host = m_options.serverUrl;
+    Global::Var::HostAndChannel = m_options.serverUrl;
+    if (readSettings())
+        fetchInfo();
+}
+
+void UpdateJob::interrupt()
+{
+    if (m_bFinished || m_bInterrupted)
+        return;
+    m_bInterrupted = true;
+    if (m_bRepairRunning) {
+        m_repair->interrupt();
+    } else if (m_bDownloading) {
+        m_stages->pauseDownload();
+        leaveIfInterrupted();
+    } else if (m_stage == Stage::Settings || m_stage == Stage::Server || m_stage == Stage::Plan) {
+        m_stages->abandon();
+        leaveIfInterrupted();
+    } else {
+        emit noticed(QStringLiteral("stopping when the %1 stage ends").arg(StageName(m_stage)));
+    }
+}
+
+// --- Settings and server documents ---
+
+bool UpdateJob::readSettings()
+{
+    m_stage = Stage::Settings;
+    auto serializer = GetSerializeComponent();
+    UpdateSetting& setting = m_ctx->m_updateSetting;
+    const bool bHaveFile = QFile::exists(QDir(m_settingsFolder).filePath(constant(Const::ConfigFileName)));
+    // A dry run on a first run must not create the settings file, which reading would do.
+    if (bHaveFile || !m_options.bDryRun) {
+        serializer->ReadSetting(setting);
+    } else {
+        setting.currentStage = constant(Const::InitStage);
+        setting.limitSpeed = -1;
+    }
+    m_storedLimit = setting.limitSpeed;
+
+    const QString recorded = bHaveFile ? serializer->GetValueByKey(constant(Const::InstallPath)) : QString();
+    if (!recorded.isEmpty() && QDir::cleanPath(recorded) != m_options.folder
+        && !setting.currentGameVersion.isEmpty()) {
+        emit noticed(
+            QStringLiteral("the settings recorded version %1 in %2; they now follow %3, whose installed "
+                           "version is not known")
+                .arg(setting.currentGameVersion, recorded, m_options.folder));
+        setting.currentGameVersion.clear();
+        setting.transitionGameVersion.clear();
+        setting.targetGameVersion.clear();
+        setting.currentStage = constant(Const::InitStage);
+    }
+    setting.installPath = m_options.folder;
+    setting.gamePath = QFileUtils::CombinePath(m_options.folder, constant(Const::GameFolderName));
+    setting.cachePath = QFileUtils::CombinePath(m_options.folder, constant(Const::CacheFolderName));
+    setting.unZipPath = QFileUtils::CombinePath(setting.cachePath, constant(Const::UnZipFolder));
+    setting.tempMergePath = QFileUtils::CombinePath(setting.cachePath, constant(Const::TempMergeFolderName));
+    m_summary.installedVersion = setting.currentGameVersion;
+    m_summary.version = setting.currentGameVersion;
+    m_stages->setDownloadLimit(m_options.limitKBps > 0 ? m_options.limitKBps : m_storedLimit);
+
+    if (m_options.bDryRun)
+        return true;
+    if (!QDir().mkpath(m_options.folder)) {
+        fail(Stage::Settings, 0, QStringLiteral("cannot create the install folder %1").arg(m_options.folder));
+        return false;
+    }
+    saveSettings();
+    return true;
+}
+
+void UpdateJob::saveSettings()
+{
+    if (m_options.bDryRun)
+        return;
+    // --limit holds for this run only; the settings keep the player's own limit.
+    UpdateSetting setting = m_ctx->m_updateSetting;
+    setting.limitSpeed = m_storedLimit;
+    GetSerializeComponent()->SaveSetting(setting);
+}
+
+void UpdateJob::fetchInfo()
+{
+    startStage(Stage::Server, Global::Var::InfoName);
+    m_stages->fetch(QFileUtils::CombinePath(m_options.serverUrl, Global::Var::InfoName),
+        [this](const QString& text, int code) { onInfo(text, code); });
+}
+
+void UpdateJob::onInfo(const QString& text, int code)
+{
+    if (code != 0)
+        return fail(Stage::Server, code,
+            QStringLiteral("cannot read %1 from %2 (network error %3)")
+                .arg(Global::Var::InfoName, m_options.serverUrl)
+                .arg(code));
+    SolveRemoteInfo(text, *m_ctx);
+    const RemoteInfo& info = m_ctx->m_remoteInfo;
+    if (!info.m_maintainContent.isEmpty() || !info.m_maintainStart.isEmpty()) {
+        emit noticed(QStringLiteral("maintenance %1: %2 %3")
+                         .arg(info.m_maintainStart, info.m_maintainContent, info.m_maintainLink)
+                         .simplified());
+    }
+    if (info.m_bReparing) {
+        emit noticed(QStringLiteral("the server is under maintenance: %1").arg(info.m_reparingTip));
+        if (!m_options.bYes)
+            return fail(Stage::Server, 0,
+                QStringLiteral("the server is under maintenance; try again later, or add --yes to go on"));
+    }
+
+    if (m_options.command == Command::Verify || m_options.command == Command::Repair) {
+        const QString installed = m_ctx->m_updateSetting.currentGameVersion;
+        if (installed.isEmpty())
+            return fail(Stage::Settings, 0,
+                QStringLiteral("nothing is installed in %1; run install first").arg(m_options.folder));
+        return fetchManifests(
+            { installed }, [this] { startRepairJob(m_options.command == Command::Repair); });
+    }
+    fetchGuide();
+}
+
+void UpdateJob::fetchGuide()
+{
+    startStage(Stage::Server, Global::Var::GuideManifestName);
+    m_stages->fetch(QFileUtils::CombinePath(m_options.serverUrl, Global::Var::GuideManifestName),
+        [this](const QString& text, int code) {
+            if (code != 0)
+                return fail(Stage::Server, code,
+                    QStringLiteral("cannot read the server's manifest (network error %1)").arg(code));
+            decide(text);
+        });
+}
+
+void UpdateJob::decide(const QString& guide)
+{
+    m_stage = Stage::Plan;
+    const GuideManifestInfo manifest = ReadGuideManifest(guide);
+    for (const PatchEntry& entry : manifest.patchList) {
+        for (const PatchFileInfo& file : entry.files) {
+            if (!isSafePackagePath(file.path))
+                return fail(Stage::Plan, 0,
+                    QStringLiteral("the server's manifest names a path outside its folder: %1")
+                        .arg(file.path),
+                    file.path);
+        }
+    }
+
+    UpdateSetting& setting = m_ctx->m_updateSetting;
+    if (m_options.command == Command::Install && !setting.currentGameVersion.isEmpty()) {
+        if (!m_options.bYes)
+            return fail(Stage::Settings, 0,
+                QStringLiteral(
+                    "version %1 is installed in %2; add --yes to install again from the full package")
+                    .arg(setting.currentGameVersion, m_options.folder));
+        setting.currentGameVersion.clear();
+    }
+    // Planning resets a changed target and may wipe a half-finished install of it: not in a dry run.
+    if (m_options.bDryRun)
+        setting.targetGameVersion.clear();
+
+    SolveGuideManifest(guide, *m_ctx);
+    m_newest = VersionToString(m_ctx->m_guideManifest.m_newestVersion);
+    m_summary.fullPackageBytes = m_ctx->m_fullPackSize;
+    const QString installed = setting.currentGameVersion;
+    if (m_ctx->m_solveResult == 7)
+        return fail(Stage::Plan, 7,
+            QStringLiteral("the server's manifest has no full package for its newest version %1")
+                .arg(manifest.lastVersion));
+    if (m_ctx->m_solveResult == 6)
+        return succeed(Outcome::InstalledNewer,
+            QStringLiteral("the installed version %1 is newer than the server's newest %2; nothing changed")
+                .arg(installed, m_newest));
+    if (installed == m_newest)
+        return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
+
+    m_summary.version = m_newest;
+    m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == 8;
+    QStringList versions;
+    if (!m_bFullInstall) {
+        const QVector<PatchStep>& steps = m_ctx->m_guideManifest.m_downloadList;
+        if (steps.isEmpty())
+            return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
+        // A chain taken up again after the server's newest version changed starts without a list.
+        if (m_ctx->m_downloadFileList.isEmpty())
+            GetCurrentShortestDownloadFile(*m_ctx, VersionToString(steps.first().from));
+        versions << VersionToString(steps.first().from);
+        for (const PatchStep& step : steps)
+            versions << VersionToString(step.to);
+    }
+    versions.removeAll(m_newest);
+    versions << m_newest;
+    fetchManifests(versions, [this] { planSteps(); });
+}
+
+// The last version of the list is the one the job verifies against and must exist; the others only
+// feed the disk space estimate, which assumes every file changed when one is missing.
+void UpdateJob::fetchManifests(QStringList versions, std::function<void()> then)
+{
+    if (versions.isEmpty())
+        return then();
+    const QString version = versions.takeFirst();
+    const bool bRequired = versions.isEmpty();
+    startStage(Stage::Server, QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName));
+    const QString url = QFileUtils::CombinePath(
+        QFileUtils::CombinePath(m_options.serverUrl, version), Global::Var::FullPackManifestName);
+    m_stages->fetch(url, [this, version, versions, bRequired, then](const QString& text, int code) {
+        if (code != 0) {
+            if (bRequired)
+                return fail(Stage::Server, code,
+                    QStringLiteral("cannot read the verify manifest of %1 (network error %2)")
+                        .arg(version)
+                        .arg(code));
+            emit noticed(
+                QStringLiteral("no verify manifest for %1; disk space is estimated high").arg(version));
+        }
+        const QString unsafe = firstUnsafePath(ReadFileList(text));
+        if (!unsafe.isEmpty())
+            return fail(Stage::Plan, 0,
+                QStringLiteral("the verify manifest of %1 names a path outside the game folder: %2")
+                    .arg(version, unsafe),
+                unsafe);
+        m_manifests.insert(version, text);
+        fetchManifests(versions, then);
+    });
+}
+
+void UpdateJob::planSteps()
+{
+    m_stage = Stage::Plan;
+    UpdatePlan plan;
+    plan.installedVersion = m_summary.installedVersion;
+    plan.newestVersion = m_newest;
+    plan.fullPackageBytes = m_ctx->m_fullPackSize;
+    m_plan.clear();
+    if (m_bFullInstall) {
+        plan.action = QStringLiteral("full install");
+        PlanStep step;
+        step.to = m_newest;
+        step.downloadBytes = m_ctx->m_fullPackSize;
+        const DiskSpace::Need need
+            = DiskSpace::FullInstall(step.downloadBytes, ReadFileList(m_manifests.value(m_newest)));
+        step.cacheBytes = need.cacheBytes;
+        step.gameBytes = need.gameBytes;
+        m_plan.append(step);
+    } else {
+        plan.action = QStringLiteral("patch chain");
+        for (const PatchStep& patch : m_ctx->m_guideManifest.m_downloadList) {
+            PlanStep step;
+            step.from = VersionToString(patch.from);
+            step.to = VersionToString(patch.to);
+            step.downloadBytes = patch.files.value(0).size;
+            const DiskSpace::Need need = DiskSpace::PatchStep(step.downloadBytes,
+                ReadFileList(m_manifests.value(step.from)), ReadFileList(m_manifests.value(step.to)));
+            step.cacheBytes = need.cacheBytes;
+            step.gameBytes = need.gameBytes;
+            m_plan.append(step);
+        }
+    }
+    for (const PlanStep& step : m_plan)
+        plan.downloadBytes += step.downloadBytes;
+    plan.steps = m_plan;
+    emit planned(plan);
+    if (m_options.bDryRun)
+        return succeed(Outcome::Planned, QStringLiteral("dry run: nothing changed"));
+
+    UpdateSetting& setting = m_ctx->m_updateSetting;
+    setting.targetGameVersion = m_newest;
+    setting.bPatchFinished = false;
+    setting.currentStage = constant(m_bFullInstall ? Const::InitStage : Const::PatchStage);
+    setting.transitionGameVersion = m_bFullInstall ? QString() : setting.currentGameVersion;
+    saveSettings();
+    m_stepIndex = 0;
+    runStep();
+}
+
+void UpdateJob::startRepairJob(bool bRepair)
+{
+    m_bRepairRunning = true;
+    const QString version = m_ctx->m_updateSetting.currentGameVersion;
+    m_repair->start(m_manifests.value(version), version, bRepair, m_options.bDryRun);
+}
+
+// --- The steps ---
+
+void UpdateJob::runStep()
+{
+    if (leaveIfInterrupted())
+        return;
+    const PlanStep& step = m_plan.at(m_stepIndex);
+    if (m_bFullInstall)
+        m_stages->setStep(0, 0);
+    else
+        m_stages->setStep(m_stepIndex + 1, m_plan.size());
+    if (!m_bFullInstall && m_stepIndex > 0)
+        GetCurrentShortestDownloadFile(*m_ctx, step.from);
+    m_bPackageFetchedAgain = false;
+
+    qint64 present = 0;
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList)
+        present += qBound<qint64>(0, QFileInfo(file.localPath).size(), file.size);
+    const DiskSpace::Need need { step.cacheBytes - present, step.gameBytes };
+    const QString shortage = DiskSpace::Shortage(need, DiskSpace::VolumeOf(m_ctx->m_updateSetting.cachePath),
+        DiskSpace::VolumeOf(m_ctx->m_updateSetting.gamePath));
+    if (!shortage.isEmpty())
+        return fail(Stage::Space, 0, shortage);
+    downloadPackage();
+}
+
+void UpdateJob::downloadPackage()
+{
+    if (leaveIfInterrupted())
+        return;
+    QStringList names;
+    qint64 present = 0;
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList) {
+        names << file.name;
+        present += qBound<qint64>(0, QFileInfo(file.localPath).size(), file.size);
+    }
+    QString detail = QStringLiteral("%1 (%2)").arg(
+        names.join(QStringLiteral(", ")), QtUtil::FormatSize(downloadListBytes()));
+    if (present > 0)
+        detail += QStringLiteral(", resuming after %1").arg(QtUtil::FormatSize(present));
+    startStage(Stage::Download, detail);
+    m_bDownloading = true;
+    m_stages->download(Stage::Download, [this, present](const DownloadCallbackInfo& info) {
+        m_bDownloading = false;
+        if (info.bError)
+            return fail(Stage::Download, info.errorCode, info.errorMsg);
+        m_summary.downloadedBytes += qMax<qint64>(0, info.totalBytes - present);
+        verifyPackage();
+    });
+}
+
+void UpdateJob::verifyPackage()
+{
+    if (leaveIfInterrupted())
+        return;
+    m_ctx->m_bVerifyZip = true;
+    m_ctx->m_updateType = 0;
+    m_ctx->m_archiveFileList.clear();
+    m_ctx->m_archiveMd5List.clear();
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList) {
+        m_ctx->m_archiveFileList << file.localPath;
+        m_ctx->m_archiveMd5List << file.md5;
+    }
+    startStage(Stage::VerifyPackage, firstDownload().name);
+    m_stages->verify(Stage::VerifyPackage, downloadListBytes(), [this](const VerifyCallbackInfo& info) {
+        if (!info.bError)
+            return unpackPackage();
+        if (m_bPackageFetchedAgain)
+            return fail(Stage::VerifyPackage, 0,
+                QStringLiteral("%1 still differs from the server's manifest after a second download")
+                    .arg(firstDownload().name));
+        // The verifier has deleted the archive that failed; the download fetches it whole again.
+        m_bPackageFetchedAgain = true;
+        emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(firstDownload().name));
+        downloadPackage();
+    });
+}
+
+void UpdateJob::unpackPackage()
+{
+    if (leaveIfInterrupted())
+        return;
+    const UpdateSetting& setting = m_ctx->m_updateSetting;
+    // A multi-part archive is unpacked from its first part; 7-Zip finds the others beside it.
+    m_ctx->m_unZipFileList = QStringList { firstDownload().localPath };
+    m_ctx->m_unZipFolder = m_bFullInstall ? setting.gamePath : setting.unZipPath;
+    m_ctx->m_updateType = 0;
+    startStage(Stage::Unpack, QStringLiteral("%1 into %2").arg(firstDownload().name, m_ctx->m_unZipFolder));
+    m_stages->unpack(
+        m_bFullInstall ? m_plan.at(m_stepIndex).gameBytes : -1, [this](const UnZipCallbackInfo& info) {
+            if (info.code != 0)
+                return fail(Stage::Unpack, info.code,
+                    QStringLiteral("7-Zip could not unpack %1 (code %2): %3")
+                        .arg(firstDownload().name)
+                        .arg(info.code)
+                        .arg(info.errStr));
+            if (!m_bFullInstall)
+                return checkPatchInfo();
+            recordStep();
+            removeStepFiles();
+            verifyGame();
+        });
+}
+
+void UpdateJob::checkPatchInfo()
+{
+    const QString path
+        = QFileUtils::CombinePath(m_ctx->m_updateSetting.unZipPath, Global::Var::PatchManifestName);
+    const PatchInfo info = ReadPatchInfo(QFileUtils::ReadText(path));
+    for (const ManifestFileMap* list : { &info.newFiles, &info.delFiles, &info.patchFiles }) {
+        const QString unsafe = firstUnsafePath(*list);
+        if (!unsafe.isEmpty())
+            return fail(Stage::Plan, 0,
+                QStringLiteral("the patch package %1 names a path outside the game folder: %2")
+                    .arg(firstDownload().name, unsafe),
+                unsafe);
+    }
+    checkInUse();
+}
+
+void UpdateJob::checkInUse()
+{
+    if (leaveIfInterrupted())
+        return;
+    m_ctx->m_checkPath = m_ctx->m_updateSetting.gamePath;
+    startStage(Stage::Check, m_ctx->m_checkPath);
+    m_stages->check([this](const CheckCallbackInfo& info) {
+        if (info.bError)
+            return fail(Stage::Check, 0, QStringLiteral("a game file is in use: %1").arg(info.errorPath),
+                info.errorPath);
+        merge();
+    });
+}
+
+void UpdateJob::merge()
+{
+    if (leaveIfInterrupted())
+        return;
+    const UpdateSetting& setting = m_ctx->m_updateSetting;
+    m_ctx->m_patchFolder = setting.unZipPath;
+    m_ctx->m_mergeTargetPath = setting.gamePath;
+    m_ctx->m_mergeTempPath = setting.tempMergePath;
+    m_ctx->m_bSkipDiffMerge = false;
+    startStage(Stage::Merge, stepName(m_stepIndex));
+    m_stages->applyPatch(Stage::Merge, [this](const PatcherCallbackInfo& info) {
+        if (info.bError)
+            return fail(Stage::Merge, 0, info.errorString);
+        recordStep();
+        removeStepFiles();
+        if (++m_stepIndex < m_plan.size())
+            return runStep();
+        verifyGame();
+    });
+}
+
+// The version reached is recorded after every step, so a run that stops later goes on from there.
+void UpdateJob::recordStep()
+{
+    UpdateSetting& setting = m_ctx->m_updateSetting;
+    const bool bLast = m_stepIndex + 1 == m_plan.size();
+    setting.currentGameVersion = m_plan.at(m_stepIndex).to;
+    setting.transitionGameVersion = bLast ? QString() : setting.currentGameVersion;
+    setting.currentStage = constant(bLast ? Const::InitStage : Const::PatchStage);
+    setting.bPatchFinished = bLast;
+    saveSettings();
+}
+
+void UpdateJob::removeStepFiles()
+{
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList)
+        QFileUtils::DeleteFileOrFolder(file.localPath);
+    if (!m_bFullInstall)
+        QFileUtils::DeleteFileOrFolder(m_ctx->m_updateSetting.unZipPath);
+}
+
+void UpdateJob::verifyGame()
+{
+    if (leaveIfInterrupted())
+        return;
+    m_bRepairRunning = true;
+    m_repair->start(m_manifests.value(m_newest), m_newest, true, false);
+}
+
+void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& repaired, qint64 downloaded)
+{
+    m_bRepairRunning = false;
+    m_summary.downloadedBytes += downloaded;
+    m_summary.repairedFiles = repaired;
+    if (result.bFailed || result.bInterrupted)
+        return finish(result);
+    const QString version = m_summary.version;
+    const QString repairs = repaired.isEmpty()
+        ? QString()
+        : QStringLiteral(", %1 repaired").arg(HumanText::Files(repaired.size()));
+    switch (m_options.command) {
+    case Command::Verify:
+        return succeed(
+            Outcome::Verified, QStringLiteral("every file of version %1 is as published").arg(version));
+    case Command::Repair:
+        if (m_options.bDryRun)
+            return succeed(Outcome::Planned, QStringLiteral("dry run: nothing changed"));
+        return succeed(Outcome::Repaired,
+            repaired.isEmpty()
+                ? QStringLiteral("every file of version %1 is as published; nothing to repair").arg(version)
+                : QStringLiteral("version %1 repaired: %2 fetched again")
+                      .arg(version, HumanText::Files(repaired.size())));
+    case Command::Install:
+    case Command::Update:
+        break;
+    }
+    if (m_bFullInstall)
+        return succeed(Outcome::Installed, QStringLiteral("installed version %1%2").arg(version, repairs));
+    succeed(Outcome::Updated,
+        QStringLiteral("updated %1 to %2%3").arg(m_summary.installedVersion, version, repairs));
+}
+
+// --- Reporting ---
+
+void UpdateJob::startStage(Stage stage, const QString& detail)
+{
+    m_stage = stage;
+    StageEvent event { stage, 0, 0, detail };
+    const bool bChainStage = stage == Stage::Download || stage == Stage::VerifyPackage
+        || stage == Stage::Unpack || stage == Stage::Check || stage == Stage::Merge;
+    if (bChainStage && !m_bFullInstall && !m_plan.isEmpty()) {
+        event.step = m_stepIndex + 1;
+        event.steps = m_plan.size();
+    }
+    emit stageStarted(event);
+}
+
+bool UpdateJob::leaveIfInterrupted()
+{
+    if (!m_bInterrupted)
+        return false;
+    StageResult result;
+    result.stage = m_stage;
+    result.bInterrupted = true;
+    finish(result);
+    return true;
+}
+
+void UpdateJob::fail(Stage stage, int code, const QString& text, const QString& path)
+{
+    finish(StageResult { stage, true, false, code, text, path });
+}
+
+void UpdateJob::succeed(Outcome outcome, const QString& message)
+{
+    m_summary.outcome = outcome;
+    m_summary.message = message;
+    StageResult result;
+    result.stage = m_stage;
+    finish(result);
+}
+
+void UpdateJob::finish(const StageResult& result)
+{
+    if (m_bFinished)
+        return;
+    m_bFinished = true;
+    m_bDownloading = false;
+    if (result.bFailed || result.bInterrupted)
+        m_summary.outcome = Outcome::Failed;
+    emit finished(result, m_summary);
+}
+
+DownloadFileInfo UpdateJob::firstDownload() const
+{
+    return m_ctx->m_downloadFileList.value(0);
+}
+
+qint64 UpdateJob::downloadListBytes() const
+{
+    qint64 total = 0;
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList)
+        total += file.size;
+    return total;
+}
+
+QString UpdateJob::stepName(int index) const
+{
+    const PlanStep& step = m_plan.at(index);
+    return step.from.isEmpty() ? QStringLiteral("full %1").arg(step.to)
+                               : QStringLiteral("%1 -> %2").arg(step.from, step.to);
+}
