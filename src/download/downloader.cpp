@@ -85,6 +85,7 @@ void downloader::ReStartDownload()
             .arg(m_downloadUrl.toString(), QString::number(m_bytesExisting)));
 
     m_reply = QSharedPointer<QNetworkReply>(m_networkManager->get(request), &QObject::deleteLater);
+    m_reply->setReadBufferSize(m_readBufferSize);
     connect(m_reply.data(), &QNetworkReply::finished, this, &downloader::OnFinished);
     connect(m_reply.data(), &QNetworkReply::readyRead, this, &downloader::OnReadyToTransfer);
 
@@ -224,6 +225,7 @@ bool downloader::IsComplete() const
 
 void downloader::SetReadBufferSize(qint64 size)
 {
+    m_readBufferSize = size;
     if (m_reply)
         m_reply->setReadBufferSize(size);
 }

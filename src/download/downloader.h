@@ -74,6 +74,9 @@ private:
     QSharedPointer<QNetworkReply> m_reply;
     QNetworkAccessManager* m_networkManager;
     qint64 m_bytesReceived = 0;
+    // Applied to every reply as it is made, restarts included: a reply without it buffers without
+    // bound until the manager next sets it.
+    qint64 m_readBufferSize = 4 << 20;
     qint64 m_fileSize = 0;
     qint64 m_bytesExisting = 0;
     // Bytes at the head of a response that ignored "Range": the file already has them.
