@@ -40,6 +40,19 @@ bool isSeparator(QChar c)
 
 const QDir::Filters kEntryFilter = QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot;
 
+// Walks never enter a link to a folder: two links back to a parent make a walk exponential, and a link
+// may lead out of the folder being walked. Such a link is copied or moved as a link.
+bool isFolderLink(const QFileInfo& entry)
+{
+    return entry.isDir() && (entry.isSymLink() || entry.isJunction());
+}
+
+bool copyEntry(const QString& from, const QString& to)
+{
+    const QFileInfo info(from);
+    return isFolderLink(info) ? QFile::link(info.symLinkTarget(), to) : QFile::copy(from, to);
+}
+
 template <typename Transfer>
 bool transferOneFile(const char* name, const QString& fromPath, const QString& toPath, Transfer transfer)
 {
@@ -87,7 +100,7 @@ bool transferTree(bool isCopy, const QString& fromDir, const QString& toDir, Tra
         = QDir(fromDir).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     for (const QFileInfo& entry : entries) {
         const QString targetPath = target.filePath(entry.fileName());
-        if (entry.isDir()) {
+        if (entry.isDir() && !isFolderLink(entry)) {
             if (!transferTree(isCopy, entry.filePath(), targetPath, transfer))
                 return false;
             continue;
@@ -270,8 +283,7 @@ bool MoveOneFile(const QString& from, const QString& to)
 
 bool CopyMultiFiles(const QString& fromDir, const QString& toDir)
 {
-    return transferTree(
-        true, fromDir, toDir, [](const QString& f, const QString& t) { return QFile::copy(f, t); });
+    return transferTree(true, fromDir, toDir, copyEntry);
 }
 
 bool MoveMultiFiles(const QString& fromDir, const QString& toDir)
@@ -406,6 +418,8 @@ void getFileListUnderDir(const QString& dir, QStringList& out)
         return;
     const QFileInfoList entries = QDir(dir).entryInfoList(kEntryFilter);
     for (const QFileInfo& entry : entries) {
+        if (isFolderLink(entry))
+            continue;
         if (entry.isDir())
             getFileListUnderDir(entry.absoluteFilePath(), out);
         else

@@ -28,6 +28,7 @@ CORE_EXPORT bool DeleteFileOrFolder(const QString& path, const QString& keepName
 
 CORE_EXPORT bool CopyOneFile(const QString& from, const QString& to);
 CORE_EXPORT bool MoveOneFile(const QString& from, const QString& to);
+// Both copy and move a link to a folder as a link, without walking into it.
 CORE_EXPORT bool CopyMultiFiles(const QString& fromDir, const QString& toDir);
 CORE_EXPORT bool MoveMultiFiles(const QString& fromDir, const QString& toDir);
 
@@ -44,7 +45,8 @@ CORE_EXPORT bool WriteBytes(const QString& path, const QByteArray& data);
 CORE_EXPORT void WriteText(const QString& path, const QString& text);
 CORE_EXPORT void WriteUTF8(const QString& path, const QString& text, bool withBom);
 
-// Appends the absolute path of every file below dir (hidden entries skipped); out is not cleared.
+// Appends the absolute path of every file below dir (hidden entries skipped, links to folders not
+// followed); out is not cleared.
 CORE_EXPORT void getFileListUnderDir(const QString& dir, QStringList& out);
 
 CORE_EXPORT void Test();

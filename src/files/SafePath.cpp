@@ -1,60 +1,89 @@
 #include "files/SafePath.h"
 
 #include <QDir>
-#include <QStringList>
+#include <QVector>
 
 namespace SafePath {
 
 namespace {
 
-QString withForwardSlashes(QString path)
+QString withSlashes(const QString& path)
 {
-    return path.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    QString slashed = path;
+    return slashed.replace(QLatin1Char('\\'), QLatin1Char('/'));
+}
+
+QString cleaned(const QString& path)
+{
+    return QDir::cleanPath(withSlashes(path));
+}
+
+bool isSeparator(QChar c)
+{
+    return c == QLatin1Char('/') || c == QLatin1Char('\\');
 }
 
 bool hasDriveLetter(const QString& path)
 {
-    return path.size() >= 2 && path.at(1) == QLatin1Char(':') && path.at(0).isLetter();
+    return path.size() >= 2 && path.at(0).isLetter() && path.at(1) == QLatin1Char(':');
+}
+
+// Windows drops trailing dots and blanks from names, so "..." or ".. " could end up as a way up or
+// as no name at all; a lone "." is harmless and cleaned away.
+bool climbsOrVanishes(const QStringRef& part)
+{
+    if (part.isEmpty() || part == QLatin1String("."))
+        return false;
+    for (const QChar c : part) {
+        if (c != QLatin1Char('.') && c != QLatin1Char(' '))
+            return false;
+    }
+    return true;
 }
 
 } // namespace
 
 bool IsSafeRelativePath(const QString& relative)
 {
-    const QString path = withForwardSlashes(relative);
-    if (path.isEmpty() || path.startsWith(QLatin1Char('/')) || path.endsWith(QLatin1Char('/')))
+    if (relative.isEmpty() || isSeparator(relative.front()) || isSeparator(relative.back())
+        || hasDriveLetter(relative) || relative.contains(QLatin1Char(':')))
         return false;
-    if (hasDriveLetter(path) || path.contains(QLatin1Char(':')))
-        return false;
-    bool namesSomething = false;
-    for (const QString& part : path.split(QLatin1Char('/'))) {
-        if (part == QLatin1String(".."))
+    const QString slashed = withSlashes(relative);
+    bool anyName = false;
+    const QVector<QStringRef> parts = slashed.splitRef(QLatin1Char('/'));
+    for (const QStringRef& part : parts) {
+        if (climbsOrVanishes(part))
             return false;
-        if (!part.isEmpty() && part != QLatin1String("."))
-            namesSomething = true;
+        anyName = anyName || (!part.isEmpty() && part != QLatin1String("."));
     }
-    return namesSomething;
-}
-
-bool IsInsideFolder(const QString& root, const QString& path)
-{
-    if (root.trimmed().isEmpty() || path.trimmed().isEmpty())
-        return false;
-    const QString cleanRoot = QDir::cleanPath(withForwardSlashes(root));
-    const QString cleanPath = QDir::cleanPath(withForwardSlashes(path));
-    if (cleanPath == cleanRoot)
-        return true;
-    const QString prefix = cleanRoot.endsWith(QLatin1Char('/')) ? cleanRoot : cleanRoot + QLatin1Char('/');
-    return cleanPath.startsWith(prefix);
+    return anyName;
 }
 
 QString ResolveUnder(const QString& root, const QString& relative)
 {
-    if (root.trimmed().isEmpty() || !IsSafeRelativePath(relative))
+    if (root.isEmpty() || !IsSafeRelativePath(relative))
         return QString();
-    const QString full
-        = QDir::cleanPath(withForwardSlashes(root) + QLatin1Char('/') + withForwardSlashes(relative));
-    return IsInsideFolder(root, full) && full != QDir::cleanPath(withForwardSlashes(root)) ? full : QString();
+    return cleaned(root + QLatin1Char('/') + relative);
+}
+
+bool IsInsideFolder(const QString& root, const QString& path)
+{
+    if (root.isEmpty() || path.isEmpty())
+        return false;
+    QString base = cleaned(root);
+    const QString candidate = cleaned(path);
+#ifdef Q_OS_WIN
+    const Qt::CaseSensitivity cs = Qt::CaseInsensitive;
+#else
+    const Qt::CaseSensitivity cs = Qt::CaseSensitive;
+#endif
+    if (candidate.compare(base, cs) == 0)
+        return true;
+    // A volume root cleans to "/" or "C:/"; every other folder gets its separator here, so that a
+    // sibling sharing the name's start ("cache2" beside "cache") is not taken for a child.
+    if (!base.endsWith(QLatin1Char('/')))
+        base += QLatin1Char('/');
+    return candidate.startsWith(base, cs);
 }
 
 } // namespace SafePath

@@ -4,19 +4,22 @@
 
 #include <QString>
 
-// The one decision on names that come from outside the program (server documents, file lists, patch
-// info files): whether a relative path stays inside the folder it is meant for. A name that fails
-// is never opened, written or deleted.
+// The one decision on names that come from outside (server documents, lists shipped in packages):
+// whether a relative path stays inside the folder it belongs to. Every stage that turns such a name
+// into a local path asks here, and every delete of a folder derived from data checks the folder with
+// IsInsideFolder first. Both separators count on every platform, as the servers write either.
 namespace SafePath {
 
-// False for an empty name, a name of only "." parts, a trailing separator (it names a folder, not a
-// file), an absolute path, a drive letter and any ".." part, with either separator.
+// False for an empty path, one made only of "." parts, one that ends in a separator, an absolute
+// path ("/" or "\\" first), a drive letter ("X:") and any ".." part.
 CORE_EXPORT bool IsSafeRelativePath(const QString& relative);
 
-// root joined with relative, cleaned, or "" when relative is not safe or root is empty.
+// The cleaned path of relative below root, "/"-separated; empty when relative is not safe or root
+// is empty.
 CORE_EXPORT QString ResolveUnder(const QString& root, const QString& relative);
 
-// True when path is root itself or lies below it, both cleaned and with "/" separators.
+// True when path is root itself or lies below it, once both are "/"-separated and cleaned. Compared
+// without regard to case on Windows, as its file systems do.
 CORE_EXPORT bool IsInsideFolder(const QString& root, const QString& path);
 
 } // namespace SafePath

@@ -109,7 +109,7 @@ bool FindFullPack(GameUpdateContext& ctx, const GuideManifestInfo& manifest, con
     QVector<PackFileInfo>& files, qint64& size)
 {
     const PatchEntry* entry = findFullPackEntry(manifest, version);
-    if (!entry)
+    if (!entry || !IsStorablePackage(*entry, ctx.m_updateSetting.cachePath))
         return false;
 
     files.clear();

@@ -17,7 +17,8 @@ namespace Morvantix {
 CORE_EXPORT void SolveGuideManifest(const QString& text, GameUpdateContext& ctx);
 
 // The full pack of version (the package from version to itself) as download entries with their total
-// size, also kept in ctx.m_versionManifestMap under version. False when the manifest has none.
+// size, also kept in ctx.m_versionManifestMap under version. False when the manifest has none, or when
+// it cannot be stored in the cache folder (IsStorablePackage): the update then stops as for a missing pack.
 CORE_EXPORT bool FindFullPack(GameUpdateContext& ctx, const GuideManifestInfo& manifest,
     const QString& version, QVector<PackFileInfo>& files, qint64& size);
 

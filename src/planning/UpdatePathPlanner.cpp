@@ -31,14 +31,25 @@ std::pair<Version, Version> versionsOf(const PatchEntry& entry)
     return ends;
 }
 
-QVector<Version> discreteVersions(const GuideManifestInfo& manifest)
+// Positions of the patches that take part: the incremental ones whose files can be stored in the
+// cache folder. A refused patch is treated as if the server had not published it.
+QVector<int> usablePatches(const GuideManifestInfo& manifest, const QString& cachePath)
+{
+    QVector<int> positions;
+    for (int position = 0; position < manifest.patchList.size(); ++position) {
+        const PatchEntry& entry = manifest.patchList.at(position);
+        if (entry.bEnabled && IsStorablePackage(entry, cachePath))
+            positions.append(position);
+    }
+    return positions;
+}
+
+QVector<Version> discreteVersions(const GuideManifestInfo& manifest, const QVector<int>& usable)
 {
     QVector<Version> versions;
-    versions.reserve(manifest.patchList.size() * 2);
-    for (const PatchEntry& entry : manifest.patchList) {
-        if (!entry.bEnabled)
-            continue;
-        const auto [from, to] = versionsOf(entry);
+    versions.reserve(usable.size() * 2);
+    for (const int position : usable) {
+        const auto [from, to] = versionsOf(manifest.patchList.at(position));
         versions.append(to);
         versions.append(from);
     }
@@ -60,13 +71,11 @@ QMap<Version, int> indexVersions(const QVector<Version>& versions)
 
 // A later entry for the same pair of versions replaces an earlier one: republished patches are
 // appended to the manifest, not edited in place.
-void addPatchEdges(const GuideManifestInfo& manifest, const QMap<Version, int>& indexOf,
-    SquareMatrix<qint64>& weight, SquareMatrix<int>& patchIndex)
+void addPatchEdges(const GuideManifestInfo& manifest, const QVector<int>& usable,
+    const QMap<Version, int>& indexOf, SquareMatrix<qint64>& weight, SquareMatrix<int>& patchIndex)
 {
-    for (int position = 0; position < manifest.patchList.size(); ++position) {
+    for (const int position : usable) {
         const PatchEntry& entry = manifest.patchList.at(position);
-        if (!entry.bEnabled)
-            continue;
         const auto [from, to] = versionsOf(entry);
         const int row = indexOf.value(from);
         const int column = indexOf.value(to);
@@ -154,7 +163,8 @@ void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx, b
     const QString startText = continuePatchStage ? setting.transitionGameVersion : setting.currentGameVersion;
     logPlanning(QStringLiteral("show all patch infomation!"));
 
-    const QVector<Version> versions = discreteVersions(manifest);
+    const QVector<int> usable = usablePatches(manifest, setting.cachePath);
+    const QVector<Version> versions = discreteVersions(manifest, usable);
     const QMap<Version, int> indexOf = indexVersions(versions);
     Version target;
     Version start;
@@ -172,7 +182,7 @@ void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx, b
     SquareMatrix<qint64> dist(n, -1);
     SquareMatrix<int> split(n, -1);
     SquareMatrix<int> patchIndex(n, -1);
-    addPatchEdges(manifest, indexOf, weight, patchIndex);
+    addPatchEdges(manifest, usable, indexOf, weight, patchIndex);
 
     QVector<int> path;
     if (!ShortestPath(indexOf.value(start), indexOf.value(target), weight, dist, split, path))

@@ -18,7 +18,8 @@ CORE_EXPORT bool IsPatchStageContinued(GameUpdateContext& ctx);
 
 // Plans the cheapest chain of patches, in bytes, from the installed version (or from the transition
 // version when continuePatchStage is set) to manifest.lastVersion and stores its steps in
-// ctx.m_guideManifest.m_downloadList. On failure found and cost become false and 0 and the previous
+// ctx.m_guideManifest.m_downloadList. Patches whose files cannot be stored in the cache folder
+// (IsStorablePackage) take no part. On failure found and cost become false and 0 and the previous
 // steps stay; on success found becomes true and cost is left as the caller set it.
 CORE_EXPORT void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx,
     bool continuePatchStage, bool& found, qint64& cost);

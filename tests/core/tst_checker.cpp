@@ -89,6 +89,8 @@ void TestChecker::reportsUntilFirstFileInUse_data()
     QTest::addRow("none in use") << QStringList { "a.pak", "sub/b.pak", "sub/深/c.pak", "z.pak" } << -1
                                  << QList<float> { 0.25f, 0.5f, 0.75f, 1.0f };
     QTest::addRow("first in use") << QStringList { "a游戏.exe", "z.pak" } << 0 << QList<float>();
+    QTest::addRow("two links back to the parent") << QStringList { "a.pak", "sub/b.pak", "sub/up1->",
+        "sub/up2->" } << -1 << QList<float> { 0.5f, 1.0f };
     QTest::addRow("empty folder") << QStringList() << -1 << QList<float>();
     QTest::addRow("missing folder") << QStringList { "<missing>" } << -1 << QList<float>();
 }
@@ -105,7 +107,10 @@ void TestChecker::reportsUntilFirstFileInUse()
         folder = m_dir.filePath(QStringLiteral("no/such/folder"));
     else
         for (const QString& name : files)
-            makeFile(QDir(folder).filePath(name));
+            if (name.endsWith(QLatin1String("->")))
+                QVERIFY(QFile::link(folder, QDir(folder).filePath(name.chopped(2))));
+            else
+                makeFile(QDir(folder).filePath(name));
 
     QProcess holder;
     QString heldPath;

@@ -266,12 +266,14 @@ void TestFileUtils::copyAndMoveTrees()
     for (const QString& file : files)
         writeFile(from + QLatin1Char('/') + file, file.toUtf8());
     writeFile(to + QStringLiteral("/a.txt"), "stale");
+    QVERIFY(QFile::link(from, from + QStringLiteral("/sub/up"))); // a cycle: copied as a link, not walked
 
     QVERIFY(move ? QFileUtils::MoveMultiFiles(from, to) : QFileUtils::CopyMultiFiles(from, to));
     for (const QString& file : files) {
         QCOMPARE(QFileUtils::ReadBytes(to + QLatin1Char('/') + file), file.toUtf8());
         QCOMPARE(QFile::exists(from + QLatin1Char('/') + file), !move);
     }
+    QCOMPARE(QFileInfo(to + QStringLiteral("/sub/up")).symLinkTarget(), from);
     // The move leaves the emptied source folders in place.
     QVERIFY(QDir(from + QStringLiteral("/sub/深")).exists());
     // A target whose parent is missing cannot be made with a one-level mkdir.

@@ -197,6 +197,7 @@ void TestPlanningReaders::answersMutatedTexts()
             continue;
         GameUpdateContext ctx; // no target recorded, so no folder is ever wiped here
         ctx.m_updateSetting.currentGameVersion = QStringLiteral("1.0.0.1");
+        ctx.m_updateSetting.cachePath = QStringLiteral("/cache");
         SolveGuideManifest(mutated(manifestText("1.0.0.3"), random), ctx);
         QVERIFY(QList<int>({ 0, 6, 7, 8 }).contains(ctx.m_solveResult));
         Version reached;

@@ -37,6 +37,8 @@ private slots:
     void plansCheapestChain();
     void decidesUpdate_data();
     void decidesUpdate();
+    void refusesUnsafePaths_data();
+    void refusesUnsafePaths();
 };
 
 void TestUpdateDecision::plansCheapestChain_data()
@@ -73,6 +75,7 @@ void TestUpdateDecision::plansCheapestChain()
         patches[n].replace(' ', QStringLiteral("|patch/p%1.7z|md5|").arg(n));
     GameUpdateContext ctx;
     ctx.m_updateSetting.currentGameVersion = QStringLiteral("1.0.0.1");
+    ctx.m_updateSetting.cachePath = QStringLiteral("/cache");
     ctx.m_guideManifest.m_downloadList.resize(1); // an earlier plan, kept when no chain is found
     const bool failure = expected.startsWith(QLatin1String("StdUtil: "));
     bool found = failure;
@@ -156,6 +159,48 @@ void TestUpdateDecision::decidesUpdate()
     if (setting.currentStage != situation[3])
         QCOMPARE(
             QSettings(config, QSettings::IniFormat).value("CurrentStage").toString(), setting.currentStage);
+}
+
+void TestUpdateDecision::refusesUnsafePaths_data()
+{
+    QTest::addColumn<QString>("path"); // replaces a volume of the newest full pack, then the patch p12
+    QTest::addColumn<QString>("cache");
+    const QString cache = QStringLiteral("/games/x/MorvantixCache");
+    QTest::newRow("empty") << "" << cache;
+    QTest::newRow("folder") << "full/1.0.0.3/" << cache;
+    QTest::newRow("ends in parent") << "full/.." << cache;
+    QTest::newRow("parents with backslashes") << "..\\..\\x.bin" << cache;
+    QTest::newRow("parent mid-way") << "full/../../x.bin" << cache;
+    QTest::newRow("absolute") << "/etc/x.bin" << cache;
+    QTest::newRow("drive letter") << "C:x.bin" << cache;
+    QTest::newRow("backslash in the name") << "full/sub\\x.bin" << cache;
+    QTest::newRow("settings not read") << "full/1.0.0.3/x.bin"
+                                       << "";
+}
+
+// A refused full pack stops the update as a missing one does; a refused patch is left out, so the
+// chain takes the direct patch instead.
+void TestUpdateDecision::refusesUnsafePaths()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, cache);
+    for (const QString& replaced : { "full/1.0.0.3/full.7z.002", "patch/1.0.0.2/p12.7z" }) {
+        const bool fullPack = replaced.startsWith(QLatin1String("full"));
+        GameUpdateContext ctx;
+        ctx.m_updateSetting.cachePath = cache;
+        ctx.m_updateSetting.currentGameVersion = fullPack ? "" : "1.0.0.1";
+        LogCapture log;
+        SolveGuideManifest(manifestText("1.0.0.3").replace(replaced, path), ctx);
+        QStringList downloads;
+        for (const DownloadFileInfo& entry : ctx.m_downloadFileList)
+            downloads << entry.localPath;
+        const bool stops = fullPack || cache.isEmpty();
+        QCOMPARE(ctx.m_solveResult, stops ? 7 : 0);
+        QCOMPARE(downloads, stops ? QStringList() : QStringList { cache + "/p13.7z" });
+        const QString reason = cache.isEmpty() ? "no cache path" : '"' + path + '"';
+        QVERIFY(std::any_of(log.lines().cbegin(), log.lines().cend(),
+            [&](const QString& line) { return line.contains(reason); }));
+    }
 }
 
 CORE_TEST_CLASS(TestUpdateDecision)
