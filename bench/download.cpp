@@ -5,6 +5,8 @@
 //   download <dir> <limitKBps or -1> <stopAfterSeconds or 0> <url> <size> [<url> <size> ...]
 //
 // With a stop time the job is paused then, and the rate over the run and over each second is printed.
+#include "ProcessStatus.h"
+
 #include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
 #include "core/DownloadComponent.h"
@@ -31,19 +33,6 @@ double cpuSeconds()
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec
         + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-// The process's peak resident memory in MiB, as the kernel counts it: replies, buffers and all.
-double peakMemoryMiB()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toDouble() / 1024.0;
-    }
-    return -1;
 }
 
 qint64 bytesOnDisk(const QVector<DownloadFileInfo>& files)
@@ -151,6 +140,6 @@ int main(int argc, char** argv)
         "result=%s bytes=%lld seconds=%.3f mibps=%.1f cpu=%.2f peakmib=%.1f avgkbps=%.1f max1skbps=%.1f "
         "min1skbps=%.1f\n",
         failed ? "error" : "ok", static_cast<long long>(bytes), seconds, bytes / 1048576.0 / seconds,
-        cpuSeconds(), peakMemoryMiB(), bytes / 1024.0 / seconds, sampler.max(), sampler.min());
+        cpuSeconds(), (peakResidentKb() / 1024.0), bytes / 1024.0 / seconds, sampler.max(), sampler.min());
     return failed ? 1 : 0;
 }

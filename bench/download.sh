@@ -12,6 +12,9 @@ nginx_bin="${NGINX:-/usr/sbin/nginx}"
 [ -x "$nginx_bin" ] || { echo "download bench: nginx not found at $nginx_bin" >&2; exit 1; }
 command -v curl >/dev/null || { echo "download bench: curl not found" >&2; exit 1; }
 
+# free_port comes from the private nginx helpers shared with the demo.
+source "$(dirname "$0")/../scripts/nginx.sh"
+
 work="$(mktemp -d "${TMPDIR:-/tmp}/core-bench-download.XXXXXX")"
 nginx_pid=""
 cleanup() {
@@ -32,16 +35,6 @@ for i in 1 2 3 4 5; do
     head -c $((200 * 1024 * 1024)) /dev/urandom > "$work/www/part$i.bin"
 done
 
-free_port() {
-    local port
-    for port in $(shuf -i 20000-60000 -n 100); do
-        if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
-            echo "$port"
-            return 0
-        fi
-    done
-    return 1
-}
 # The fresh data must be on disk before anything is timed, or its write-back slows the first run.
 sync
 port="$(free_port)"

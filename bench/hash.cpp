@@ -1,5 +1,7 @@
 // Hashes one large file with GetFileMD5 and GetFileCRC32 and with the system's md5sum in the same
 // run, and prints the throughput of each, the ratio to md5sum and the growth of peak memory.
+#include "ProcessStatus.h"
+
 #include "files/QFileUtils.h"
 
 #include <QCoreApplication>
@@ -13,18 +15,6 @@
 #include <functional>
 
 namespace {
-
-qint64 peakResidentKb()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
 
 // Best of `runs` timings, in seconds; the result of the last run is left in `result`.
 double bestSeconds(int runs, const std::function<QString()>& work, QString& result)

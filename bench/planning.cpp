@@ -2,6 +2,8 @@
 // Usage: planning [versions ...]; each count runs in a child process of its own so that every peak
 // belongs to one manifest size. Without arguments it runs 50, 200 and 500 versions.
 
+#include "ProcessStatus.h"
+
 #include "core/GameUpdateContext.h"
 #include "planning/GuideManifestReader.h"
 #include "planning/GuideManifestSolver.h"
@@ -67,18 +69,6 @@ QString generatedManifest(int versions, int* patchCount)
     }
     lines << QStringLiteral("--last_version--") << versionText(versions - 1);
     return lines.join(QLatin1Char('\n'));
-}
-
-double kibFromStatus(const char* field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith(field))
-            return line.mid(qstrlen(field)).trimmed().split(' ').value(0).toDouble();
-    }
-    return 0;
 }
 
 // Best of several runs, in milliseconds: the figure least disturbed by the other work on the machine.

@@ -3,6 +3,8 @@
 //                                         plus ten of 64 MiB, with its lists in both formats
 //   verify archive <file> <runs>          archive mode against "md5sum <file>", with peak memory
 //   verify manifest <dir> <runs>          manifest mode by MD5 against "md5sum -c", and by size only
+#include "ProcessStatus.h"
+
 #include "core/GameUpdateContext.h"
 #include "install/Verifyer.h"
 
@@ -26,18 +28,6 @@ namespace {
 constexpr int kSmallFiles = 20000;
 constexpr int kBigFiles = 10;
 constexpr qint64 kBigSize = 64 << 20;
-
-qint64 peakResidentKb()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
 
 double secondsOf(const std::function<bool()>& work)
 {
