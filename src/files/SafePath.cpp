@@ -23,9 +23,11 @@ bool isSeparator(QChar c)
     return c == QLatin1Char('/') || c == QLatin1Char('\\');
 }
 
-bool hasDriveLetter(const QString& path)
+// "C:x" names the current folder of drive C, and "x.bin:s" a stream inside x.bin on Windows: no name
+// from outside needs a colon.
+bool hasColon(const QString& path)
 {
-    return path.size() >= 2 && path.at(0).isLetter() && path.at(1) == QLatin1Char(':');
+    return path.contains(QLatin1Char(':'));
 }
 
 // Windows drops trailing dots and blanks from names, so "..." or ".. " could end up as a way up or
@@ -46,7 +48,7 @@ bool climbsOrVanishes(const QStringRef& part)
 bool IsSafeRelativePath(const QString& relative)
 {
     if (relative.isEmpty() || isSeparator(relative.front()) || isSeparator(relative.back())
-        || hasDriveLetter(relative) || relative.contains(QLatin1Char(':')))
+        || hasColon(relative))
         return false;
     const QString slashed = withSlashes(relative);
     bool anyName = false;
@@ -61,14 +63,14 @@ bool IsSafeRelativePath(const QString& relative)
 
 QString ResolveUnder(const QString& root, const QString& relative)
 {
-    if (root.isEmpty() || !IsSafeRelativePath(relative))
+    if (root.trimmed().isEmpty() || !IsSafeRelativePath(relative))
         return QString();
     return cleaned(root + QLatin1Char('/') + relative);
 }
 
 bool IsInsideFolder(const QString& root, const QString& path)
 {
-    if (root.isEmpty() || path.isEmpty())
+    if (root.trimmed().isEmpty() || path.trimmed().isEmpty())
         return false;
     QString base = cleaned(root);
     const QString candidate = cleaned(path);

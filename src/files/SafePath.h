@@ -11,11 +11,12 @@
 namespace SafePath {
 
 // False for an empty path, one made only of "." parts, one that ends in a separator, an absolute
-// path ("/" or "\\" first), a drive letter ("X:") and any ".." part.
+// path ("/" or "\\" first), a drive letter ("X:") or any other colon, and a ".." part or any other
+// part made only of dots and blanks (Windows trims those to "..", or to nothing).
 CORE_EXPORT bool IsSafeRelativePath(const QString& relative);
 
 // The cleaned path of relative below root, "/"-separated; empty when relative is not safe or root
-// is empty.
+// is empty (or blank).
 CORE_EXPORT QString ResolveUnder(const QString& root, const QString& relative);
 
 // True when path is root itself or lies below it, once both are "/"-separated and cleaned. Compared

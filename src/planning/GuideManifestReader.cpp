@@ -75,9 +75,10 @@ GuideManifestInfo ReadGuideManifest(const QString& text)
     PackageIndex index;
     ReadMode mode = ReadMode::Packages;
 
-    const QStringList lines = text.split(QLatin1Char('\n'));
-    for (const QString& rawLine : lines) {
-        const QString line = rawLine.simplified();
+    // Lines are copied one at a time: a manifest of thousands of versions is megabytes of text.
+    const QVector<QStringRef> lines = text.splitRef(QLatin1Char('\n'));
+    for (const QStringRef& rawLine : lines) {
+        const QString line = rawLine.toString().simplified();
         if (line.isEmpty())
             continue;
         if (line == kPackagesMarker) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace Morvantix {
 
@@ -21,8 +22,6 @@ void logPlanning(const QString& line)
     qCCritical(lcStdUtil).noquote() << line;
 }
 
-// Patch ends of the enabled entries, oldest first, each version once. A stable sort keeps the first
-// spelling of versions that share a key, so the log and the steps name them as the manifest did first.
 std::pair<Version, Version> versionsOf(const PatchEntry& entry)
 {
     std::pair<Version, Version> ends;
@@ -44,6 +43,8 @@ QVector<int> usablePatches(const GuideManifestInfo& manifest, const QString& cac
     return positions;
 }
 
+// Patch ends of the usable entries, oldest first, each version once. A stable sort keeps the first
+// spelling of versions that share a key, so the log and the steps name them as the manifest did first.
 QVector<Version> discreteVersions(const GuideManifestInfo& manifest, const QVector<int>& usable)
 {
     QVector<Version> versions;
@@ -69,51 +70,90 @@ QMap<Version, int> indexVersions(const QVector<Version>& versions)
     return indexOf;
 }
 
-// A later entry for the same pair of versions replaces an earlier one: republished patches are
-// appended to the manifest, not edited in place.
-void addPatchEdges(const GuideManifestInfo& manifest, const QVector<int>& usable,
-    const QMap<Version, int>& indexOf, SquareMatrix<qint64>& weight, SquareMatrix<int>& patchIndex)
+QVector<PatchEdge> patchEdges(
+    const GuideManifestInfo& manifest, const QVector<int>& usable, const QMap<Version, int>& indexOf)
 {
+    QVector<PatchEdge> edges;
+    edges.reserve(usable.size());
     for (const int position : usable) {
         const PatchEntry& entry = manifest.patchList.at(position);
         const auto [from, to] = versionsOf(entry);
-        const int row = indexOf.value(from);
-        const int column = indexOf.value(to);
-        weight.at(row, column) = entry.cost;
-        patchIndex.at(row, column) = position;
+        edges.append({ indexOf.value(from), indexOf.value(to), entry.cost, position });
     }
+    return edges;
 }
 
-// Cell (i, j) starts from the direct patch and is lowered by each split point m = i + k, k rising,
-// only when strictly cheaper: a direct patch beats an equal chain and the lowest split point wins a
-// tie. -1 is "none" and, read as unsigned, larger than any cost. Rows are filled from the bottom up:
-// every row below i is final then, and so is cell (i, m) once the split points below m have been
-// tried. That gives the same cells and ties as filling interval by interval, while the inner loop
-// runs along two rows instead of down a column.
-void fillIntervals(
-    int target, const SquareMatrix<qint64>& weight, SquareMatrix<qint64>& dist, SquareMatrix<int>& split)
+constexpr quint64 kNoRoute = ~quint64(0); // -1 read as unsigned: larger than any cost
+
+// Sizes come from the server's text: a chain whose sizes add up past 2^64 - 1 is no route, rather
+// than a sum that wraps round into a cheap one.
+quint64 addCosts(quint64 a, quint64 b)
 {
-    for (int i = target - 1; i >= 0; --i) {
-        qint64* costs = dist.row(i);
-        int* splits = split.row(i);
-        std::copy(weight.row(i) + i + 1, weight.row(i) + target + 1, costs + i + 1);
-        for (int m = i + 1; m < target; ++m) {
-            const qint64 head = costs[m];
-            if (head == -1)
-                continue;
-            const qint64* tails = dist.row(m);
-            const int k = m - i;
-            for (int j = m + 1; j <= target; ++j) {
-                if (tails[j] == -1)
-                    continue;
-                const quint64 sum = static_cast<quint64>(head) + static_cast<quint64>(tails[j]);
-                if (sum < static_cast<quint64>(costs[j])) {
-                    costs[j] = static_cast<qint64>(sum);
-                    splits[j] = k;
-                }
-            }
-        }
+    const quint64 sum = a + b;
+    return sum < a ? kNoRoute : sum;
+}
+
+bool byEnds(const PatchEdge& a, const PatchEdge& b)
+{
+    return a.from < b.from || (a.from == b.from && a.to < b.to);
+}
+
+// The patches that can lie on a route from start to target, sorted by their ends, one per pair. A
+// later entry for the same pair replaces an earlier one: republished patches are appended to the
+// manifest, not edited in place. A cost of -1 cannot be told from "no patch", so such a patch
+// removes the pair.
+QVector<PatchEdge> forwardEdges(int start, int target, const QVector<PatchEdge>& edges)
+{
+    QVector<PatchEdge> forward;
+    for (const PatchEdge& edge : edges) {
+        if (start <= edge.from && edge.from < edge.to && edge.to <= target)
+            forward.append(edge);
     }
+    std::stable_sort(forward.begin(), forward.end(), byEnds);
+    QVector<PatchEdge> unique;
+    unique.reserve(forward.size());
+    for (int k = 0; k < forward.size(); ++k) {
+        const bool replaced = k + 1 < forward.size() && !byEnds(forward.at(k), forward.at(k + 1));
+        if (!replaced && forward.at(k).cost != -1)
+            unique.append(forward.at(k));
+    }
+    return unique;
+}
+
+// The cheapest cost from every version between start and target up to target. Patches only lead to
+// a higher index, so walking the sorted edges backwards finishes a version's cost before any patch
+// that leads into it is looked at.
+std::vector<quint64> costsToTarget(int start, int target, const QVector<PatchEdge>& edges)
+{
+    std::vector<quint64> toTarget(static_cast<std::size_t>(target - start + 1), kNoRoute);
+    toTarget.back() = 0;
+    for (auto edge = edges.crbegin(); edge != edges.crend(); ++edge) {
+        const quint64 tail = toTarget[edge->to - start];
+        if (tail == kNoRoute)
+            continue;
+        quint64& cost = toTarget[edge->from - start];
+        cost = std::min(cost, addCosts(static_cast<quint64>(edge->cost), tail));
+    }
+    return toTarget;
+}
+
+// The next step from a version on a cheapest route: the direct patch to the target when it is one
+// of the cheapest ways, otherwise the cheapest way's patch towards the lowest version. These are the
+// ties the planner has always broken this way (a direct patch beats an equal chain, the lowest split
+// point wins), and launchers in the field depend on the chain they give.
+const PatchEdge* nextStep(const PatchEdge* first, const PatchEdge* last, int start, int target,
+    const std::vector<quint64>& toTarget)
+{
+    const quint64 best = toTarget[first->from - start];
+    const PatchEdge* direct = last - 1;
+    if (direct->to == target && static_cast<quint64>(direct->cost) == best)
+        return direct;
+    for (const PatchEdge* edge = first; edge != last; ++edge) {
+        const quint64 tail = toTarget[edge->to - start];
+        if (tail != kNoRoute && addCosts(static_cast<quint64>(edge->cost), tail) == best)
+            return edge;
+    }
+    return nullptr;
 }
 
 PatchStep makeStep(const PatchEntry& entry, const Version& from, const Version& to)
@@ -177,15 +217,9 @@ void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx, b
         return failPlan(
             found, cost, QStringLiteral("StartVersion  %1 is not match in the server ").arg(startText));
 
-    const int n = versions.size();
-    SquareMatrix<qint64> weight(n, -1);
-    SquareMatrix<qint64> dist(n, -1);
-    SquareMatrix<int> split(n, -1);
-    SquareMatrix<int> patchIndex(n, -1);
-    addPatchEdges(manifest, usable, indexOf, weight, patchIndex);
-
-    QVector<int> path;
-    if (!ShortestPath(indexOf.value(start), indexOf.value(target), weight, dist, split, path))
+    QVector<PatchEdge> route;
+    if (!ShortestPath(
+            indexOf.value(start), indexOf.value(target), patchEdges(manifest, usable, indexOf), route))
         return failPlan(found, cost, QStringLiteral("not find the shortestPath "));
 
     QVector<PatchStep>& steps = ctx.m_guideManifest.m_downloadList;
@@ -193,48 +227,39 @@ void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx, b
     logPlanning(
         QStringLiteral("show the shortest update path from %1 to %2").arg(startText, manifest.lastVersion));
     found = true;
-    for (int k = 0; k + 1 < path.size(); ++k) {
-        const int from = path.at(k);
-        const int to = path.at(k + 1);
-        // Start and target alike give the route "s, s": nothing to apply, even when a manifest lists
-        // a patch between two spellings of that version.
-        if (from == to)
-            continue;
+    // Start and target alike give an empty route: nothing to apply, even when a manifest lists a
+    // patch between two spellings of that version.
+    for (const PatchEdge& edge : route) {
         steps.append(
-            makeStep(manifest.patchList.at(patchIndex.at(from, to)), versions.at(from), versions.at(to)));
+            makeStep(manifest.patchList.at(edge.position), versions.at(edge.from), versions.at(edge.to)));
     }
 }
 
-bool ShortestPath(int start, int target, const SquareMatrix<qint64>& weight, SquareMatrix<qint64>& dist,
-    SquareMatrix<int>& split, QVector<int>& path)
+bool ShortestPath(int start, int target, const QVector<PatchEdge>& edges, QVector<PatchEdge>& route)
 {
-    const int n = weight.size();
-    if (start < 0 || target < 0 || start >= n || target >= n)
+    route.clear();
+    if (start < 0 || target < 0)
         return false;
-    for (int k = start; k <= target; ++k)
-        dist.at(k, k) = 0;
-    for (int i = 0; i + 1 < n; ++i) {
-        dist.at(i, i) = 0;
-        dist.at(i, i + 1) = weight.at(i, i + 1);
-    }
     qCCritical(lcStdUtilUpdate).noquote() << QString(18, QChar(0x300B));
-
-    fillIntervals(target, weight, dist, split);
-    if (dist.at(start, target) == -1)
+    if (target < start)
         return false;
-    BuildPath(path, start, target, split);
-    path.append(target);
-    return true;
-}
 
-void BuildPath(QVector<int>& path, int i, int j, const SquareMatrix<int>& split)
-{
-    while (split.at(i, j) != -1) {
-        const int m = i + split.at(i, j);
-        BuildPath(path, i, m, split);
-        i = m;
+    const QVector<PatchEdge> forward = forwardEdges(start, target, edges);
+    const std::vector<quint64> toTarget = costsToTarget(start, target, forward);
+    if (toTarget.front() == kNoRoute)
+        return false;
+    for (int at = start; at != target;) {
+        const PatchEdge* first
+            = std::lower_bound(forward.cbegin(), forward.cend(), PatchEdge { at, at, 0, 0 }, byEnds);
+        const PatchEdge* last
+            = std::lower_bound(first, forward.cend(), PatchEdge { at + 1, at + 1, 0, 0 }, byEnds);
+        const PatchEdge* step = first == last ? nullptr : nextStep(first, last, start, target, toTarget);
+        if (!step)
+            return false;
+        route.append(*step);
+        at = step->to;
     }
-    path.append(i);
+    return true;
 }
 
 void GetCurrentShortestDownloadFile(GameUpdateContext& ctx, const QString& version)

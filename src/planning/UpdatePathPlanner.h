@@ -3,7 +3,6 @@
 #include "core/CoreExport.h"
 #include "core/GameUpdateContext.h"
 #include "planning/GuideManifestInfo.h"
-#include "planning/SquareMatrix.h"
 
 #include <QString>
 #include <QVector>
@@ -24,14 +23,24 @@ CORE_EXPORT bool IsPatchStageContinued(GameUpdateContext& ctx);
 CORE_EXPORT void PlanUpdatePath(const GuideManifestInfo& manifest, GameUpdateContext& ctx,
     bool continuePatchStage, bool& found, qint64& cost);
 
-// The cheapest route from version index start to target over the direct costs in weight (-1: no
-// patch). Only patches towards a higher index count. dist and split must come preset to -1; on
-// success path holds the route's indices, start first and target last.
-CORE_EXPORT bool ShortestPath(int start, int target, const SquareMatrix<qint64>& weight,
-    SquareMatrix<qint64>& dist, SquareMatrix<int>& split, QVector<int>& path);
+// A patch between two of the planner's versions, named by their indices (oldest first), with its
+// size in bytes and its position in the manifest's patch list.
+struct PatchEdge
+{
+    int from = 0;
+    int to = 0;
+    qint64 cost = 0;
+    int position = 0;
+};
 
-// Appends the indices of the route from i up to, not including, j that split describes.
-CORE_EXPORT void BuildPath(QVector<int>& path, int i, int j, const SquareMatrix<int>& split);
+// The cheapest route in bytes from version index start to target over edges, given in manifest
+// order. Only patches towards a higher index count; a later patch for the same pair replaces an
+// earlier one. A direct patch beats a chain of equal cost, and of equal chains the one through the
+// lower version first wins. On success route holds the patches from start to target (none when
+// they are the same). Time and memory grow with the number of patches, not with the square of the
+// number of versions.
+CORE_EXPORT bool ShortestPath(
+    int start, int target, const QVector<PatchEdge>& edges, QVector<PatchEdge>& route);
 
 // Makes the planned step that starts at version (the first step when version is empty) the download
 // list; nothing changes when no step starts there.

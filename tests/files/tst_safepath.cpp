@@ -75,6 +75,7 @@ void TestSafePath::decidesUnderRoot_data()
     QTest::newRow("drive letter") << "C:/c"
                                   << "D:x.bin"
                                   << "" << true;
+    QTest::newRow("stream of a file") << "/c" << "x.bin:s" << "" << true;
     QTest::newRow("no root") << ""
                              << "a.7z"
                              << "" << false;

@@ -58,6 +58,9 @@ void TestUpdateDecision::plansCheapestChain_data()
                                             << QStringLiteral("1.0.0.1>1.0.0.4 p1.7z");
     QTest::newRow("full packs only hold positions") << QStringList { "1.0.0.4->1.0.0.4 9",
         "1.0.0.1->1.0.0.4 500" } << QStringLiteral("1.0.0.1>1.0.0.4 p1.7z");
+    QTest::newRow("sizes past 2^64 do not wrap") << QStringList { "1.0.0.1->1.0.0.2 9223372036854775808",
+        "1.0.0.2->1.0.0.4 9223372036854775808", "1.0.0.1->1.0.0.4 10" }
+                                                 << QStringLiteral("1.0.0.1>1.0.0.4 p2.7z");
     QTest::newRow("backward patch never used") << QStringList { "1.0.0.1->1.0.0.2 100", "1.0.0.4->1.0.0.2 1" }
                                                << QStringLiteral("StdUtil: not find the shortestPath ");
     QTest::newRow("target only in a full pack") << QStringList { "1.0.0.4->1.0.0.4 9",
