@@ -3,6 +3,7 @@
 #include "TestRegistry.h"
 
 #include <QDirIterator>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -198,6 +199,12 @@ void TestEndToEnd::updatesThroughChain()
     QCOMPARE(runHost("install", "a").exitCode, 0);
     QCOMPARE(filesUnder(game()), version(1));
     m_nginx->clearAccessLog();
+    const QByteArray settings = TestFiles::readFile(m_case->path() + "/app/config.ini");
+    const Run plan = runHost("update", "b", { "--dry-run" });
+    QCOMPARE(plan.exitCode, 0);
+    QCOMPARE(plan.last("plan")["steps"].toArray().size(), 2);
+    QCOMPARE(TestFiles::readFile(m_case->path() + "/app/config.ini"), settings);
+    QVERIFY(packageRequests().isEmpty());
     const Run run = runHost("update", "b");
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.last("result")["outcome"].toString(), "updated");
