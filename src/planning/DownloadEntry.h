@@ -18,7 +18,7 @@ CORE_EXPORT PackFileInfo ToPackFileInfo(const PatchFileInfo& file);
 // the cache folder and clears that folder on a fresh start, so a name such as "dir/", "dir/.." or
 // "..\..\x.bin" would make the cache folder itself, or a place outside it, the target of both. False,
 // too, while the cache path is empty (the settings not read yet). Refusals are logged.
-bool IsStorablePackage(const PatchEntry& entry, const QString& cachePath);
+CORE_EXPORT bool IsStorablePackage(const PatchEntry& entry, const QString& cachePath);
 
 // A plan entry as the download manager wants it: stored in the cache folder under its file name.
 CORE_EXPORT DownloadFileInfo ToDownloadFileInfo(const PackFileInfo& file, const QString& cachePath);

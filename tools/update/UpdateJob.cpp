@@ -13,6 +13,7 @@
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
 #include "install/PatchInfo.h"
+#include "planning/DownloadEntry.h"
 #include "planning/GuideManifestReader.h"
 #include "planning/GuideManifestSolver.h"
 #include "planning/RemoteInfoReader.h"
@@ -31,15 +32,6 @@ namespace {
 QString constant(const char* text)
 {
     return QString::fromLatin1(text);
-}
-
-// A package is stored in the cache under the last part of its server path, so that part must be a
-// plain name as well.
-bool isSafePackagePath(const QString& path)
-{
-    const QString name = path.section(QLatin1Char('/'), -1);
-    return SafePath::IsSafeRelativePath(path) && SafePath::IsSafeRelativePath(name)
-        && name != QLatin1String(".");
 }
 
 QString firstUnsafePath(const ManifestFileMap& files)
@@ -211,14 +203,13 @@ void UpdateJob::decide(const QString& guide)
 {
     m_stage = Stage::Plan;
     const GuideManifestInfo manifest = ReadGuideManifest(guide);
+    // The planner passes over such a package as if it were not published; the host refuses the
+    // whole document, which a broken or hostile server wrote.
     for (const PatchEntry& entry : manifest.patchList) {
-        for (const PatchFileInfo& file : entry.files) {
-            if (!isSafePackagePath(file.path))
-                return fail(Stage::Plan, 0,
-                    QStringLiteral("the server's manifest names a path outside its folder: %1")
-                        .arg(file.path),
-                    file.path);
-        }
+        if (!IsStorablePackage(entry, m_ctx->m_updateSetting.cachePath))
+            return fail(Stage::Plan, 0,
+                QStringLiteral("the server's manifest names a package outside its folder: %1->%2")
+                    .arg(entry.fromVersion, entry.toVersion));
     }
 
     UpdateSetting& setting = m_ctx->m_updateSetting;
