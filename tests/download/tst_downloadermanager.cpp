@@ -383,7 +383,9 @@ void TestDownloaderManager::faultEndsInOneReport()
 
 void TestDownloaderManager::speedLimitHoldsThenPaces()
 {
-    const QString a = addFile(QStringLiteral("a.bin"), makeData(6 << 20, 101));
+    // Far larger than the sockets' kernel buffers: a file whose rest fits in them is read to its end
+    // by the network layer, whatever the read buffer says, and would arrive whole while held.
+    const QString a = addFile(QStringLiteral("a.bin"), makeData(32 << 20, 101));
     addFile(QStringLiteral("b.bin"), makeData(314400, 102));
     context().m_bLimitSpeed = true;
     context().m_updateSetting.limitSpeed = 0;
@@ -396,8 +398,8 @@ void TestDownloaderManager::speedLimitHoldsThenPaces()
     QCOMPARE(sizeOnDisk(a), qint64(0));
     QVERIFY2(watch.peak > 0 && watch.peak <= kReadBufferCap, QByteArray::number(watch.peak));
 
-    // 3000 KB/s stretches 6.3 MB over about two seconds: a few samples.
-    context().m_updateSetting.limitSpeed = 3000;
+    // 16000 KB/s stretches 33.9 MB over about two seconds: a few samples.
+    context().m_updateSetting.limitSpeed = 16000;
     m_component->SetSpeedLimit();
     verifyCompleted();
     qint64 previous = 0;
