@@ -9,6 +9,9 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
+
+#include <utility>
 
 using Morvantix::ErrorCode;
 
@@ -43,6 +46,7 @@ void downloader::SetRequest(const QString& filePath, const QUrl& url, qint64 fil
 
 void downloader::ReStartDownload()
 {
+    m_bRestartQueued = false;
     ReleaseReply();
     CloseFile();
 
@@ -137,13 +141,48 @@ void downloader::StoreValidator(const QByteArray& validator) const
         file.write(validator);
 }
 
-void downloader::BeginResponse()
+bool downloader::ContinuesPartial(const QByteArray& validator) const
+{
+    // The tail must start where the partial ends, and come from the partial's own copy: a server
+    // may honour "Range" yet ignore "If-Range", and then sends the tail of whatever it has now.
+    const QByteArray range = m_reply->rawHeader("Content-Range");
+    const QByteArray expected = "bytes " + QByteArray::number(m_bytesExisting) + '-';
+    const bool sameCopy
+        = validator.isEmpty() || m_partialValidator.isEmpty() || validator == m_partialValidator;
+    return range.startsWith(expected) && sameCopy;
+}
+
+void downloader::DiscardPartial()
+{
+    if (m_file)
+        m_file->resize(0);
+    emit PartialDiscarded(m_bytesExisting);
+    m_bytesExisting = 0;
+}
+
+bool downloader::BeginResponse()
 {
     const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     QByteArray validator = m_reply->rawHeader("ETag");
     if (validator.isEmpty())
         validator = m_reply->rawHeader("Last-Modified");
     m_bytesToSkip = 0;
+    if (status == 206 && m_bytesExisting > 0 && !ContinuesPartial(validator)) {
+        Logger::LogInfo(kManagerTag,
+            QStringLiteral("%1: the server's part does not continue the partial file, starting it again")
+                .arg(m_filePath));
+        DiscardPartial();
+        StoreValidator(QByteArray());
+        // A fresh request without a validator asks for the whole file; this reply's bytes belong
+        // elsewhere and are dropped with it.
+        ReleaseReply();
+        m_bRestartQueued = true;
+        QTimer::singleShot(0, this, [this] {
+            if (std::exchange(m_bRestartQueued, false))
+                ReStartDownload();
+        });
+        return false;
+    }
     // A full answer to a ranged request starts at byte 0. With the partial's own validator it is the
     // same copy from a server that ignores "Range", and only the head is dropped; otherwise the
     // partial belongs to another copy, and appending would splice two files into one.
@@ -153,33 +192,31 @@ void downloader::BeginResponse()
         } else {
             Logger::LogInfo(
                 kManagerTag, QStringLiteral("%1 changed on the server, starting it again").arg(m_filePath));
-            if (m_file)
-                m_file->resize(0);
-            emit PartialDiscarded(m_bytesExisting);
-            m_bytesExisting = 0;
+            DiscardPartial();
         }
     }
     if (m_bytesExisting == 0)
         StoreValidator(validator);
+    return true;
 }
 
-void downloader::SkipBytesBeforeOffset()
+bool downloader::SkipBytesBeforeOffset()
 {
-    if (m_bytesToSkip < 0)
-        BeginResponse();
+    if (m_bytesToSkip < 0 && !BeginResponse())
+        return false;
     while (m_bytesToSkip > 0 && m_reply->bytesAvailable() > 0) {
         const qint64 skipped = m_reply->skip(m_bytesToSkip);
         if (skipped <= 0)
             break;
         m_bytesToSkip -= skipped;
     }
+    return true;
 }
 
 qint64 downloader::TransferData(qint64 maxBytes)
 {
-    if (!m_reply || !CarriesFileData())
+    if (!m_reply || !CarriesFileData() || !SkipBytesBeforeOffset())
         return 0;
-    SkipBytesBeforeOffset();
 
     // Bytes pass through one buffer that lives as long as the transfer: a fresh allocation per
     // read costs more in page faults than the copy itself at loopback speeds.
@@ -232,6 +269,7 @@ void downloader::SetReadBufferSize(qint64 size)
 
 void downloader::Release()
 {
+    m_bRestartQueued = false;
     CloseFile();
     ReleaseReply();
 }
@@ -242,8 +280,8 @@ void downloader::OnReadyToTransfer()
         return;
     // Bytes before the resume offset are dropped as they arrive, not when the budget allows: under a
     // speed limit the reply's buffer is smaller than the offset, and waiting would stall the reply.
-    SkipBytesBeforeOffset();
-    emit ReadyToTransfer();
+    if (SkipBytesBeforeOffset())
+        emit ReadyToTransfer();
 }
 
 void downloader::OnFinished()
@@ -257,8 +295,8 @@ void downloader::OnFinished()
 
     if (error == QNetworkReply::OperationCanceledError)
         return;
-    if (CarriesFileData())
-        SkipBytesBeforeOffset();
+    if (CarriesFileData() && !SkipBytesBeforeOffset())
+        return;
     int code = error;
     if (error == QNetworkReply::NoError) {
         // Completion is counted in bytes by TransferData, and what the reply still buffers is pulled

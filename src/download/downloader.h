@@ -62,8 +62,11 @@ private:
     void ReleaseReply();
     qint64 BytesMissing() const;
     bool CarriesFileData() const;
-    void BeginResponse();
-    void SkipBytesBeforeOffset();
+    // False when the response cannot continue the partial file: the file is then started again.
+    bool BeginResponse();
+    bool SkipBytesBeforeOffset();
+    bool ContinuesPartial(const QByteArray& validator) const;
+    void DiscardPartial();
     QString ValidatorPath() const;
     void StoreValidator(const QByteArray& validator) const;
 
@@ -83,4 +86,5 @@ private:
     qint64 m_bytesToSkip = -1; // -1 until the response's status is known
     QByteArray m_buffer;
     QByteArray m_partialValidator; // of the server's copy the partial file came from
+    bool m_bRestartQueued = false; // a restart from zero waits for the event loop
 };
