@@ -8,9 +8,9 @@ set -euo pipefail
 build="$(cd "${1:-build}" && pwd)"
 host="$build/bench/download"
 nginx_bin="${NGINX:-/usr/sbin/nginx}"
-[ -x "$host" ] || { echo "download bench: $host is not built" >&2; exit 1; }
-[ -x "$nginx_bin" ] || { echo "download bench: nginx not found at $nginx_bin" >&2; exit 1; }
-command -v curl >/dev/null || { echo "download bench: curl not found" >&2; exit 1; }
+source "$(dirname "$0")/../scripts/require.sh"
+require_built "download bench" "$host"
+require_tools "download bench" curl "$nginx_bin"
 
 # free_port comes from the private nginx helpers shared with the demo.
 source "$(dirname "$0")/../scripts/nginx.sh"

@@ -9,9 +9,10 @@ set -euo pipefail
 
 build="$(cd "${1:-build}" && pwd)"
 publisher="$build/bin/core-publish"
-[ -x "$publisher" ] || { echo "publish bench: $publisher is not built" >&2; exit 1; }
+source "$(dirname "$0")/../scripts/require.sh"
+require_built "publish bench" "$publisher"
+require_tools "publish bench" xdelta3
 sevenzip="$(command -v 7zz || command -v 7z)"
-command -v xdelta3 >/dev/null || { echo "publish bench: xdelta3 not found" >&2; exit 1; }
 
 data="$(cd "$(dirname "$0")" && pwd)/data/publish"
 rm -rf "$data"

@@ -6,8 +6,9 @@ set -euo pipefail
 build="$(cd "${1:-build}" && pwd)"
 rounds="${2:-6}"
 host="$build/bench/unzip"
-[ -x "$host" ] || { echo "unzip bench: $host is not built" >&2; exit 1; }
-command -v 7zz >/dev/null || { echo "unzip bench: 7zz not found" >&2; exit 1; }
+source "$(dirname "$0")/../scripts/require.sh"
+require_built "unzip bench" "$host"
+require_tools "unzip bench" 7zz
 
 data="$(cd "$(dirname "$0")" && pwd)/data/unzip"
 rm -rf "$data"

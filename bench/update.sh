@@ -10,15 +10,11 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 build="$(cd "${1:-build}" && pwd)"
 size_mb="${UPDATE_BENCH_MB:-1024}"
-for program in core-update core-publish hpatchz; do
-    [ -x "$build/bin/$program" ] || { echo "update bench: $build/bin/$program is not built" >&2; exit 1; }
-done
-[ -x "$build/bench/runpeak" ] || { echo "update bench: $build/bench/runpeak is not built" >&2; exit 1; }
-for tool in curl md5sum xdelta3; do
-    command -v "$tool" >/dev/null || { echo "update bench: $tool not found" >&2; exit 1; }
-done
-sevenzip="$(command -v 7z || command -v 7zz)"
+source "$here/../scripts/require.sh"
 source "$here/../scripts/nginx.sh"
+require_built "update bench" "$build"/bin/{core-update,core-publish,hpatchz} "$build/bench/runpeak"
+require_tools "update bench" curl md5sum xdelta3
+sevenzip="$(command -v 7z || command -v 7zz)"
 
 work="$here/data/update"
 cleanup() {

@@ -10,10 +10,9 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 build="$(cd "${1:-build}" && pwd)"
 size_mb="${DEMO_MB:-250}"
-for program in core-update core-publish hpatchz; do
-    [ -x "$build/bin/$program" ] || { echo "demo: $build/bin/$program is not built" >&2; exit 1; }
-done
+source "$here/require.sh"
 source "$here/nginx.sh"
+require_built demo "$build"/bin/{core-update,core-publish,hpatchz}
 
 work="$(mktemp -d "${TMPDIR:-/tmp}/core-demo.XXXXXX")"
 cleanup() {
