@@ -1,25 +1,8 @@
 #pragma once
 
-#include <QStringList>
-#include <QtGlobal>
+#include "LogLines.h"
 
-// Collects every message as "category: text" while alive, which also keeps thousands of planner
-// lines off the console; the previous handler comes back afterwards.
-struct LogCapture
-{
-    LogCapture() { lines().clear(); }
-    ~LogCapture() { qInstallMessageHandler(previous); }
-    static void collect(QtMsgType, const QMessageLogContext& context, const QString& text)
-    {
-        lines() << QLatin1String(context.category) + QStringLiteral(": ") + text;
-    }
-    static QStringList& lines()
-    {
-        static QStringList collected;
-        return collected;
-    }
-    QtMessageHandler previous = qInstallMessageHandler(&collect);
-};
+#include <QStringList>
 
 // A guide manifest as a channel publishes it, with Windows line ends. Without packages of its own it
 // is the channel's real one: three patches, an older full pack and the newest full pack in two volumes.

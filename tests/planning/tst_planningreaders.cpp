@@ -104,14 +104,12 @@ void TestPlanningReaders::readsAndOrdersVersions()
 
 void TestPlanningReaders::readsEveryRemoteKey()
 {
-    LogCapture log;
     GameUpdateContext ctx;
     SolveRemoteInfo(QString::fromUtf8(kRemoteInfoDocument), ctx);
     QCOMPARE(describe(ctx.m_remoteInfo),
         QStringList({ "Spring/03-01/a1", "//", "Patch//n1", "/03-03/", "//e1", "c.png/c1/cafe", "Events",
             "News", "Notes", "More", "bg.png", "beef", "7", "1", "down", "zm", "agree", "privacy", "kefu",
             "02:00", "upgrade", "m1", "4500", "1", "1" }));
-    QVERIFY(log.lines().contains("default: m_bMovie: true"));
     GameUpdateContext written;
     SolveRemoteInfo(WriteRemoteInfo(ctx.m_remoteInfo), written);
     QCOMPARE(describe(written.m_remoteInfo), describe(ctx.m_remoteInfo));
@@ -123,8 +121,6 @@ void TestPlanningReaders::readsEveryRemoteKey()
     expected.m_carouselTime = 4500;
     expected.m_carouselList.resize(1); // an element that is not an object still makes a slide
     QCOMPARE(describe(ctx.m_remoteInfo), describe(expected));
-    SolveRemoteInfo(QStringLiteral(R"({"carousel_time": 3000})"), ctx);
-    QCOMPARE(ctx.m_remoteInfo.m_carouselTime, 3000);
 }
 
 void TestPlanningReaders::readsGuideManifest_data()
@@ -171,7 +167,7 @@ void TestPlanningReaders::readsGuideManifest()
 // from the installed version to the newest one.
 void TestPlanningReaders::answersMutatedTexts()
 {
-    LogCapture log;
+    const LogLines log;
     QRandomGenerator random(2026);
     GameUpdateContext remote;
     for (int round = 0; round < 4000; ++round) {
@@ -187,11 +183,8 @@ void TestPlanningReaders::answersMutatedTexts()
         SolveRemoteInfo(mutated(QString::fromUtf8(kRemoteInfoDocument), random), remote);
         QVERIFY(remote.m_remoteInfo.m_carouselTime != 0);
 
-        Version version;
-        Version again;
-        GetVersionByString(mutated(QStringLiteral("1.2.3.4"), random), version);
-        GetVersionByString(VersionToString(version), again);
-        QCOMPARE(VersionToString(again), VersionToString(version));
+        const QString version = VersionToString(parsed(mutated(QStringLiteral("1.2.3.4"), random)));
+        QCOMPARE(VersionToString(parsed(version)), version);
 
         if (round % 4 != 0)
             continue;
@@ -200,8 +193,7 @@ void TestPlanningReaders::answersMutatedTexts()
         ctx.m_updateSetting.cachePath = QStringLiteral("/cache");
         SolveGuideManifest(mutated(manifestText("1.0.0.3"), random), ctx);
         QVERIFY(QList<int>({ 0, 6, 7, 8 }).contains(ctx.m_solveResult));
-        Version reached;
-        GetVersionByString(ctx.m_updateSetting.currentGameVersion, reached);
+        Version reached = parsed(ctx.m_updateSetting.currentGameVersion);
         for (const PatchStep& step : ctx.m_guideManifest.m_downloadList) {
             QVERIFY(step.from == reached && reached < step.to);
             reached = step.to;
