@@ -15,9 +15,7 @@ const QString kLog = QStringLiteral("log/launcher.log");
 
 QStringList logLines()
 {
-    QStringList lines = QString::fromUtf8(TestFiles::readFile(kLog)).split(QStringLiteral("\r\n"));
-    lines.removeLast(); // what follows the last line end
-    return lines;
+    return QString::fromUtf8(TestFiles::readFile(kLog)).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts);
 }
 
 void logOn(bool on)
@@ -57,13 +55,12 @@ private slots:
 
         logOn(true);
         Logger::LogInfo(QStringLiteral("Test"), QStringLiteral("on"));
-        const int count = logLines().size();
         Logger::LogToFile(false);
         Logger::LogInfo(QStringLiteral("Test"), QStringLiteral("off"));
-        QCOMPARE(logLines().size(), count);
         Logger::LogToFile(true);
         Logger::LogInfo(QStringLiteral("Test"), QStringLiteral("on again"));
-        QCOMPARE(logLines().size(), count + 1);
+        const QStringList lines = logLines().mid(logLines().size() - 2);
+        QVERIFY(lines.size() == 2 && lines[0].endsWith("[Test]:on") && lines[1].endsWith("[Test]:on again"));
         QCOMPARE(keptRuns().size(), 1); // switched on again, the same file goes on
     }
 
@@ -93,10 +90,10 @@ private slots:
             // Foreign code's messages, fed to the installed handler as Qt would.
             const QtMessageHandler handler = qInstallMessageHandler(nullptr);
             qInstallMessageHandler(handler);
-            const QMessageLogContext context("C:\\src\\game\\Widget.cpp", 17, "f", "default");
-            handler(QtMsgType(type), context, QStringLiteral("from elsewhere"));
+            handler(QtMsgType(type), QMessageLogContext("C:\\src\\game\\Widget.cpp", 17, "f", "default"),
+                QStringLiteral("from elsewhere"));
         }
-        const QString line = logLines().value(logLines().size() - 1);
+        const QString line = logLines().last();
         const QRegularExpression time(QStringLiteral("^\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}: "));
         QVERIFY2(time.match(line).hasMatch() && line.mid(20) == ending, qPrintable(line));
     }
