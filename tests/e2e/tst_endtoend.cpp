@@ -80,6 +80,7 @@ private slots:
         m_nginx = std::make_unique<NginxServer>(root + "/www");
         QVERIFY(m_nginx->isRunning());
     }
+
     void init()
     {
         m_case = std::make_unique<QTemporaryDir>();
@@ -87,6 +88,7 @@ private slots:
         QVERIFY(QFile::copy(kBin + "/core-update", m_case->path() + "/app/core-update"));
         m_nginx->clearAccessLog();
     }
+
     void installs_data()
     {
         QTest::addColumn<QString>("before");
@@ -118,6 +120,7 @@ private slots:
         const bool resumed = last.contains(" 206 bytes=") && !last.endsWith("bytes=0-");
         QVERIFY2(resumed == (before == "killed"), qPrintable(last));
     }
+
     void changesNothingNeedlesslyAndRepairsOneFile()
     {
         QCOMPARE(runHost("install", "b").exitCode, 0);
@@ -137,6 +140,7 @@ private slots:
         QCOMPARE(packageRequests(), QStringList { "/b/1.0.0.3/files/文件/说明.txt" });
         QCOMPARE(runHost("verify", "b").exitCode, 0);
     }
+
     void updatesThroughChainOnceFileReleased()
     {
         QCOMPARE(runHost("install", "a").exitCode, 0);
@@ -165,6 +169,7 @@ private slots:
         QCOMPARE(packageRequests(),
             QStringList({ "/b/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z", "/b/patch/1.0.0.3/1.0.0.2_1.0.0.3.7z" }));
     }
+
     void refusesClimbingEntry_data()
     {
         QTest::addColumn<QString>("document");

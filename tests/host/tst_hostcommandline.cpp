@@ -52,6 +52,7 @@ private slots:
                   .arg(int(o.bYes));
         QVERIFY2(actual.startsWith(expected), qPrintable(actual));
     }
+
     void mapsExitCodes_data()
     {
         QTest::addColumn<int>("stage");

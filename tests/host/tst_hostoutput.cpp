@@ -50,6 +50,7 @@ private slots:
         QCOMPARE(need.cacheBytes, cache);
         QCOMPARE(need.gameBytes, game);
     }
+
     void comparesVolumes_data()
     {
         QTest::addColumn<QString>("gameRoot");
@@ -70,6 +71,7 @@ private slots:
         const QString text = DiskSpace::Shortage({ 100, 200 }, { "/", free }, { gameRoot, free });
         QVERIFY2(shortage.isEmpty() ? text.isEmpty() : text.endsWith(shortage), qPrintable(text));
     }
+
     void writesPlainLines()
     {
         QBuffer out, err;

@@ -160,6 +160,7 @@ private slots:
         // The merge stage's diff tool on this system is built beside the programs.
         qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
     }
+
     void parsesCommandLine_data()
     {
         QTest::addColumn<QString>("arguments");
@@ -198,18 +199,27 @@ private slots:
                           .arg(o.infoTemplatePath);
         QVERIFY2(actual.startsWith(expected), qPrintable(actual));
     }
-    void publishesWhatTheLauncherReads()
+
+    void publishesWhatIsNewForTheLauncher()
     {
         QTemporaryDir temp;
         const QString versions = temp.filePath("versions"), root = temp.filePath("服务器 目录/channel");
-        for (int version = 1; version <= 3; ++version)
-            writeVersion(versions, version);
         const QString infoTemplate = temp.filePath("info template.json");
         QVERIFY(writeFile(
             infoTemplate, R"({"hot_dot": "7", "bmovie": true, "carousel": [{"url": "c.png"}], "x": 1})"));
-        const Outcome outcome = publish({ versions, root, "--patch-distance", "2", "--part-size", "20k",
-            "--info-template", infoTemplate });
+        const QStringList options { "--patch-distance", "2", "--part-size", "20k", "--info-template",
+            infoTemplate };
+        writeVersion(versions, 1);
+        writeVersion(versions, 2);
+        QVERIFY(publish(QStringList { versions, root } + options).ok());
+        writeVersion(versions, 3);
+        QStringList steps;
+        const Outcome outcome = publish(QStringList { versions, root } + options, &steps);
         QVERIFY2(outcome.ok(), qPrintable(outcome.text));
+        QCOMPARE(packageSteps(steps),
+            QStringList({ "1.0.0.1 -> 1.0.0.2: patch unchanged", "1.0.0.1 -> 1.0.0.3: patch",
+                "1.0.0.2 -> 1.0.0.3: patch", "1.0.0.1: full package unchanged",
+                "1.0.0.2: full package unchanged", "1.0.0.3: full package" }));
         QCOMPARE(QDir(temp.filePath("服务器 目录"))
                      .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
             QStringList { "channel" });
@@ -274,39 +284,24 @@ private slots:
                 "1.0.0.2->1.0.0.3: del New/added.bin; new notes.patch.txt; patch Data/game.pak.patch",
                 "1.0.0.1->1.0.0.1", "1.0.0.2->1.0.0.2", "1.0.0.3->1.0.0.3" }));
         QVERIFY(guide.patchList.last().files.size() > 3); // the full package in parts
-    }
-    void addsWhatIsNewAndRepeatsItself()
-    {
-        QTemporaryDir temp;
-        const QString versions = temp.filePath("versions");
-        const QString root = temp.filePath("out");
-        writeVersion(versions, 1);
-        writeVersion(versions, 2);
-        QVERIFY(publish({ versions, root }).ok());
-        writeVersion(versions, 3);
-        QStringList steps;
-        QVERIFY(publish({ versions, root }, &steps).ok());
-        QCOMPARE(packageSteps(steps),
-            QStringList({ "1.0.0.1 -> 1.0.0.2: patch unchanged", "1.0.0.2 -> 1.0.0.3: patch",
-                "1.0.0.1: full package unchanged", "1.0.0.2: full package unchanged",
-                "1.0.0.3: full package" }));
 
         // The same versions published afresh give the same bytes, taken over or made again.
-        QVERIFY(publish({ versions, temp.filePath("fresh") }).ok());
+        QVERIFY(publish(QStringList { versions, temp.filePath("fresh") } + options).ok());
         QCOMPARE(TestFiles::md5Tree(temp.filePath("fresh")), TestFiles::md5Tree(root));
 
         // A changed version is made again, and so is every patch it takes part in.
         QVERIFY(writeFile(versions + "/1.0.0.2/readme.txt", "changed"));
         steps.clear();
-        QVERIFY(publish({ versions, root, "--patch-distance", "2" }, &steps).ok());
+        QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
         QCOMPARE(packageSteps(steps),
-            QStringList({ "1.0.0.1 -> 1.0.0.2: patch", "1.0.0.1 -> 1.0.0.3: patch",
+            QStringList({ "1.0.0.1 -> 1.0.0.2: patch", "1.0.0.1 -> 1.0.0.3: patch unchanged",
                 "1.0.0.2 -> 1.0.0.3: patch", "1.0.0.1: full package unchanged", "1.0.0.2: full package",
                 "1.0.0.3: full package unchanged" }));
         steps.clear();
-        QVERIFY(publish({ versions, root, "--patch-distance", "2" }, &steps).ok());
+        QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
         QCOMPARE(steps.filter("unchanged").size(), 6);
     }
+
     void refusesBadInput_data()
     {
         QTest::addColumn<QStringList>("files"); // under VERSIONS; "name -> target" makes a link

@@ -5,10 +5,7 @@
 #include "util/LaunchArguments.h"
 #include "util/QtUtil.h"
 
-#include <QGuiApplication>
-#include <QScreen>
 #include <QTextCodec>
-#include <QWidget>
 #include <QtTest>
 
 namespace {
@@ -30,7 +27,7 @@ QString swapChannelVars(const QString& joined)
 
 } // namespace
 
-// Text, formats, disk space, widget placement, and the launch-channel argument file.
+// Text, formats, disk space and the launch-channel argument file.
 class TestQtUtil : public QObject
 {
     Q_OBJECT
@@ -87,20 +84,6 @@ private slots:
         const qint64 missing = QtUtil::GetFreeDiskSpace(dir.filePath(QStringLiteral("Game/新版本/data.pak")));
         QVERIFY(existing > 0);
         QVERIFY(qAbs(missing - existing) < 64 * 1024 * 1024); // other processes write meanwhile
-    }
-
-    void placesWidgets()
-    {
-        // A window is centred on the screen's free area, a child within its parent.
-        QWidget window;
-        window.resize(200, 100);
-        QtUtil::CenterWidget(&window);
-        QCOMPARE(
-            window.frameGeometry().center(), QGuiApplication::primaryScreen()->availableGeometry().center());
-        QWidget child(&window);
-        child.resize(50, 30);
-        QtUtil::CenterWidget(&child);
-        QCOMPARE(child.geometry().center(), window.rect().center());
     }
 
     void argumentFile_data()
