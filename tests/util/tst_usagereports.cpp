@@ -18,10 +18,8 @@ namespace {
 QStringList codesIn(const QByteArray& body)
 {
     QStringList codes;
-    const QJsonArray events
-        = QJsonDocument::fromJson(body).object().value(QStringLiteral("events")).toArray();
-    for (const QJsonValue& event : events)
-        codes << event.toObject().value(QStringLiteral("code")).toString();
+    for (const QJsonValue& event : QJsonDocument::fromJson(body).object()["events"].toArray())
+        codes << event["code"].toString();
     return codes;
 }
 
@@ -41,28 +39,27 @@ private slots:
         HttpTestServer server;
         server.setRoute("/report", "ok");
         server.setListening(false);
+        const QString url = server.url("/report");
         QSignalSpy finished(reporter, &UsageReporter::SendFinished);
 
-        QVERIFY(!reporter->Record(QStringLiteral("1999")));
+        QVERIFY(!reporter->Record("1999"));
         for (const char* code : { "2001", "2007", "2018" })
-            QVERIFY(
-                reporter->Record(QString::fromLatin1(code), { { QStringLiteral("version"), "1.0.0.2" } }));
-        reporter->Send(server.url(QStringLiteral("/report")));
+            QVERIFY(reporter->Record(code, { { "version", "1.0.0.2" } }));
+        reporter->Send(url);
         QCOMPARE(finished.count(), 0); // the caller never waits for the server
         QTRY_COMPARE(finished.count(), 1);
         QCOMPARE(finished.takeFirst(), (QVariantList { false, 3 }));
         QCOMPARE(reporter->QueuedCount(), 3);
 
         server.setListening(true);
-        QVERIFY(reporter->Record(QStringLiteral("2002")));
-        reporter->Send(server.url(QStringLiteral("/report")));
-        reporter->Send(server.url(QStringLiteral("/report"))); // ignored: one post at a time
+        QVERIFY(reporter->Record("2002"));
+        reporter->Send(url);
+        reporter->Send(url); // ignored: one post at a time
         QTRY_COMPARE(finished.count(), 1);
         QCOMPARE(finished.takeFirst(), (QVariantList { true, 4 }));
         const QVector<HttpTestServer::Request> posts = server.requests("/report");
         QCOMPARE(posts.size(), 1);
-        QCOMPARE(posts.first().method, QByteArray("POST"));
-        QCOMPARE(posts.first().header("content-type"), QByteArray("application/json"));
+        QCOMPARE(posts.first().method + ' ' + posts.first().header("content-type"), "POST application/json");
         QCOMPARE(codesIn(posts.first().body), (QStringList { "2001", "2007", "2018", "2002" }));
         QCOMPARE(reporter->QueuedCount(), 0);
     }
@@ -74,11 +71,10 @@ private slots:
         UsageReporter* reporter = UsageReporter::GetInstance();
         reporter->SetQueueLimit(limit);
         for (int i = 0; i < 60; ++i) {
-            QVERIFY(reporter->Record(QStringLiteral("2005"), { { QStringLiteral("n"), i } }));
+            QVERIFY(reporter->Record("2005", { { "n", i } }));
             QVERIFY(QFileInfo(reporter->QueueFilePath()).size() <= limit);
         }
-        QVERIFY(!reporter->Record(
-            QStringLiteral("2005"), { { QStringLiteral("big"), QString(int(limit), 'x') } }));
+        QVERIFY(!reporter->Record("2005", { { "big", QString(int(limit), 'x') } }));
         const QByteArray queue = TestFiles::readFile(reporter->QueueFilePath());
         QVERIFY(queue.contains("\"n\":59}") && !queue.contains("\"n\":0}")); // the oldest went first
         QVERIFY(reporter->QueuedCount() > 1);
