@@ -181,19 +181,16 @@ private slots:
         QVERIFY(TestFiles::writeTree(path("game"), game));
         QVERIFY(TestFiles::writeTree(path("pkg"), { { "keep.txt", "new" }, { "outside.txt", "evil" } }));
         QVERIFY(TestFiles::writeFile(path("outside.txt"), "mine"));
-        PatchInfo info;
-        info.delFiles.insert("del.txt", { "del.txt", QString(), 0 });
-        info.newFiles.insert("keep.txt", { "keep.txt", QString(), 0 });
-        QMap<QString, ManifestFileMap*> maps { { "del", &info.delFiles }, { "new", &info.newFiles },
-            { "patch", &info.patchFiles } };
-        if (maps.contains(list))
-            maps[list]->insert(entry, { entry, QString(), 0 });
-        QVERIFY(TestFiles::writeFile(path("pkg/manifest.txt"), WritePatchInfo(info).toUtf8()));
+        // The patch info file's three lists, then the update applier's two.
+        QMap<QString, QStringList> lists { { "del", { "del.txt" } }, { "new", { "keep.txt" } },
+            { "patch", {} }, { "old", { "del.txt", "keep.txt" } }, { "newlist", { "keep.txt" } } };
+        lists[list] << entry;
+        const QString manifest = "--del_file--\n" + lists["del"].join('\n') + "\n--new_file--\n"
+            + lists["new"].join('\n') + "\n--patch_file--\n" + lists["patch"].join('\n');
+        QVERIFY(TestFiles::writeFile(path("pkg/manifest.txt"), manifest.toUtf8()));
+        setUpdateLists(lists["old"], lists["newlist"], "pkg");
         ScriptedTool tool("hpatchz", { {} });
-        setUpdateLists(
-            QStringList { "del.txt", "keep.txt" } + (list == "old" ? QStringList { entry } : QStringList()),
-            QStringList { "keep.txt" } + (list == "newlist" ? QStringList { entry } : QStringList()), "pkg");
-        start(maps.contains(list));
+        start(list == "del" || list == "new" || list == "patch");
 
         QCOMPARE(m_recorder.last().errorString, PatchTexts::unsafeEntry(entry));
         QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(game));
