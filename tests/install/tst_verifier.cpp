@@ -20,17 +20,17 @@ QString entry(const QString& path, const QByteArray& content)
     return FileListLine({ path, TestFiles::md5Hex(content), quint64(content.size()) });
 }
 
-// Specs relative to the folder verified (they may climb out of it on purpose): "path=content" writes
+// Items relative to the folder verified (they may climb out of it on purpose): "path=content" writes
 // a file, "path->target" makes a link, "path/" a folder.
-void makeTree(const QDir& folder, const QStringList& specs)
+void makeTree(const QDir& folder, const QStringList& items)
 {
-    for (const QString& spec : specs) {
-        const QString path = folder.filePath(spec.section(QRegularExpression("=|->"), 0, 0));
-        QDir().mkpath(spec.endsWith('/') ? path : QFileInfo(path).absolutePath());
-        if (spec.contains("->"))
-            QVERIFY(QFile::link(folder.filePath(spec.section("->", 1)), path));
-        else if (spec.contains('='))
-            QVERIFY(TestFiles::writeFile(path, spec.section('=', 1).toUtf8()));
+    for (const QString& item : items) {
+        const QString path = folder.filePath(item.section(QRegularExpression("=|->"), 0, 0));
+        QDir().mkpath(item.endsWith('/') ? path : QFileInfo(path).absolutePath());
+        if (item.contains("->"))
+            QVERIFY(QFile::link(folder.filePath(item.section("->", 1)), path));
+        else if (item.contains('='))
+            QVERIFY(TestFiles::writeFile(path, item.section('=', 1).toUtf8()));
     }
 }
 
