@@ -25,6 +25,7 @@ namespace {
 
 // Listed in the patch info file but left out of the package.
 const QByteArray kNotInPackage = "<not in package>";
+const QString kPak = QStringLiteral("Game/Paks/a.pak");
 
 bool isEnd(const PatcherCallbackInfo& info)
 {
@@ -36,20 +37,18 @@ bool xdeltaEncode(const QString& oldPath, const QString& newPath, const QString&
     return QProcess::execute("xdelta3", { "-e", "-f", "-s", oldPath, newPath, diffPath }) == 0;
 }
 
-QString fileList(const QStringList& paths)
+// The diff tool started directly, as the merge starts it.
+void startDiffTool(QProcess& tool, const QString& oldPath, const QString& diffPath, const QString& outPath)
 {
-    QString text;
-    for (const QString& path : paths)
-        text += FileListLine({ path, QStringLiteral("0"), 1 }) + QLatin1Char('\n');
-    return text;
+    tool.start(CORE_TOOL_DIR "/hpatchz", { oldPath, diffPath, outPath, "-f", "-s-1m", "-C-old-new-diff" });
 }
 
+// A 50 MB pak with 1 MB changed in its middle: larger than the tool's 1 MB stream cache.
 Tree bigFilePair(Tree& newTree)
 {
     const QByteArray old = TestFiles::patternBytes(50 * 1024 * 1024, 7);
-    newTree[QStringLiteral("Game/Paks/a.pak")]
-        = old.left(20000000) + TestFiles::patternBytes(1000000, 8) + old.mid(21000000) + "tail";
-    return { { QStringLiteral("Game/Paks/a.pak"), old } };
+    newTree[kPak] = old.left(20000000) + TestFiles::patternBytes(1000000, 8) + old.mid(21000000) + "tail";
+    return { { kPak, old } };
 }
 
 } // namespace
@@ -58,337 +57,298 @@ class TestPatcher : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-    void mergeAppliesRealPackage();
-    void mergeWithScriptedTool_data();
-    void mergeWithScriptedTool();
-    void unsafeEntriesChangeNothing_data();
-    void unsafeEntriesChangeNothing();
-    void updateReplacesLauncherFiles_data();
-    void updateReplacesLauncherFiles();
-    void diffToolLeavesOutAloneOnFailure_data();
-    void diffToolLeavesOutAloneOnFailure();
-    void diffToolKilledLeavesOutAlone();
+    void initTestCase()
+    {
+        // The real diff tool is found on the search path whenever no scripted one sits beside the tests.
+        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
+    }
+    void init()
+    {
+        m_dir.reset(new QTemporaryDir);
+        m_recorder = CallbackRecorder<PatcherCallbackInfo>(isEnd);
+        GetPatchComponent()->RegistCallbackFunc(m_recorder.callback());
+    }
+    void cleanup() { GetPatchComponent()->RegistCallbackFunc(nullptr); }
+
+    // A 50 MB pak, larger than the tool's 1 MB stream cache: a tool killed half-way leaves the old game
+    // as it was, and the merge then applies the whole package.
+    void bigPakKilledThenMerged()
+    {
+        Tree newTree;
+        Tree oldTree = bigFilePair(newTree);
+        oldTree.insert({ { "中文/资源.dat", TestFiles::patternBytes(300000, 1) }, { "keep.bin", "same" },
+            { "删除/旧文件.txt", "gone" }, { "Game/old.bin", "gone too" } });
+        newTree.insert({ { "中文/资源.dat", TestFiles::patternBytes(300000, 1).replace(1000, 5, "12345") },
+            { "keep.bin", "same" }, { "新文件/新.txt", "added" }, { "Game/Paks/b.pak", "new pak" },
+            { "missing.bin", kNotInPackage } });
+        makePackage(oldTree, newTree);
+        // The diff arrives through a pipe held open with its last bytes missing, so the tool is caught
+        // half-way through the file, however fast the machine.
+        const QString diffPath = path("pkg/" + kPak + ".patch");
+        const QByteArray diff = TestFiles::readFile(diffPath);
+        QVERIFY(QFile::remove(diffPath) && ::mkfifo(QFile::encodeName(diffPath).constData(), 0600) == 0);
+        QProcess tool;
+        startDiffTool(tool, path("game/" + kPak), diffPath, path("game/" + kPak));
+        QFile pipe(diffPath);
+        QVERIFY(pipe.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        QCOMPARE(pipe.write(diff.left(diff.size() - 8)), qint64(diff.size() - 8));
+        QTest::qWait(300);
+        QCOMPARE(tool.state(), QProcess::Running);
+        tool.kill();
+        QVERIFY(tool.waitForFinished(5000));
+        QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(oldTree));
+
+        pipe.close();
+        QVERIFY(QFile::remove(diffPath) && TestFiles::writeFile(diffPath, diff));
+        start(true);
+        newTree.remove("missing.bin");
+        QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(newTree));
+        QVERIFY(!m_recorder.last().bError);
+        QCOMPARE(m_recorder.progress(&PatcherCallbackInfo::status), (QList<int> { 0, 0, 1, 1, 1, 2, 2 }));
+    }
+
+    void mergeWithScriptedTool_data()
+    {
+        QTest::addColumn<QVector<int>>("exitCodes"); // -1: the tool hangs
+        QTest::addColumn<QString>("twist");
+        QTest::addColumn<int>("starts");
+        QTest::addColumn<QString>("error");
+        const QString inUse = PatchTexts::mergeFileInUse("%1/game/" + kPak);
+        QTest::newRow("fails twice, then succeeds") << QVector<int> { 1, 1, 0 } << "" << 3 << "";
+        QTest::newRow("fails three times: merged") << QVector<int> { 1 } << "" << 3 << "";
+        QTest::newRow("disk full") << QVector<int> { 24 } << "" << 3 << PatchTexts::diskFull();
+        QTest::newRow("out of memory") << QVector<int> { 1, 22 } << "" << 3 << PatchTexts::outOfMemory();
+        QTest::newRow("hang: killed, file in use") << QVector<int> { -1 } << "" << 1 << inUse;
+        QTest::newRow("old is a folder") << QVector<int> { 0 } << "folder" << 1 << "";
+        QTest::newRow("skip merge") << QVector<int> { 1 } << "skip" << 0 << "";
+        QTest::newRow("no tool") << QVector<int>() << "" << 0 << ExternalTools::MissingToolText("hpatchz");
+        QTest::newRow("added file held")
+            << QVector<int> { 0 } << "held" << 1 << PatchTexts::mergeFileInUse("%1/game/add.txt");
+    }
+    void mergeWithScriptedTool()
+    {
+        QFETCH(QVector<int>, exitCodes);
+        QFETCH(QString, twist);
+        QFETCH(int, starts);
+        QFETCH(QString, error);
+        error.replace("%1", m_dir->path());
+        makePackage({ { kPak, "old" }, { "del.txt", "d" } }, { { kPak, "new" }, { "add.txt", "a" } });
+        const QString old = path("game/" + kPak);
+        if (twist == "folder")
+            QVERIFY(QFile::remove(old) && QDir().mkpath(old));
+        else if (twist == "held")
+            QVERIFY(QDir().mkpath(path("game/add.txt/held")));
+        QVector<ScriptedTool::Step> steps;
+        for (int code : exitCodes)
+            steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 3000 : 0 });
+        std::unique_ptr<ScriptedTool> tool(steps.isEmpty() ? nullptr : new ScriptedTool("hpatchz", steps));
+        const QByteArray searchPath = qgetenv("PATH");
+        const auto restorePath = qScopeGuard([&] { qputenv("PATH", searchPath); });
+        if (!tool)
+            qputenv("PATH", "/nonexistent");
+        ScopedTimeDivisor shortWait(9000); // the 30 min wait becomes 200 ms
+        start(true, twist == "skip");
+
+        QCOMPARE(m_recorder.last().errorString, error);
+        QCOMPARE(m_recorder.last().bError, !error.isEmpty());
+        QCOMPARE(m_recorder.last().bComplete, error.isEmpty());
+        QCOMPARE(tool ? tool->starts() : 0, starts);
+        QStringList arguments { old, path("pkg/" + kPak + ".patch"), old, "-f", "-s-1m", "-C-old-new-diff" };
+        if (twist == "folder")
+            arguments << "-c";
+        for (int i = 0; i < starts; ++i)
+            QCOMPARE(tool->arguments().at(i), arguments);
+        // Files are added and deleted only after every diff applied.
+        QCOMPARE(QFileInfo::exists(path("game/del.txt")), !error.isEmpty());
+        QCOMPARE(QFileInfo(path("game/add.txt")).isFile(), error.isEmpty());
+    }
+
+    void unsafeEntriesChangeNothing_data()
+    {
+        QTest::addColumn<QString>("list");
+        QTest::addColumn<QString>("entry");
+        // The list the entry goes into, a blank, the entry.
+        for (const QString& row : { "del ../outside.txt", "new ..\\outside.txt", "new C:/outside.txt",
+                 "patch /abs/outside.txt.patch", "patch Game/../../outside.txt.patch", "old ../outside.txt",
+                 "newlist /tmp/outside.txt", "newlist sub\\..\\..\\outside.txt" })
+            QTest::newRow(qPrintable(row)) << row.section(' ', 0, 0) << row.section(' ', 1);
+    }
+    void unsafeEntriesChangeNothing()
+    {
+        QFETCH(QString, list);
+        QFETCH(QString, entry);
+        const Tree game { { "del.txt", "d" }, { "keep.txt", "old" } };
+        QVERIFY(TestFiles::writeTree(path("game"), game));
+        QVERIFY(TestFiles::writeTree(path("pkg"), { { "keep.txt", "new" }, { "outside.txt", "evil" } }));
+        QVERIFY(TestFiles::writeFile(path("outside.txt"), "mine"));
+        // The patch info file's three lists, then the update applier's two.
+        QMap<QString, QStringList> lists { { "del", { "del.txt" } }, { "new", { "keep.txt" } },
+            { "patch", {} }, { "old", { "del.txt", "keep.txt" } }, { "newlist", { "keep.txt" } } };
+        lists[list] << entry;
+        const QString manifest = "--del_file--\n" + lists["del"].join('\n') + "\n--new_file--\n"
+            + lists["new"].join('\n') + "\n--patch_file--\n" + lists["patch"].join('\n');
+        QVERIFY(TestFiles::writeFile(path("pkg/manifest.txt"), manifest.toUtf8()));
+        setUpdateLists(lists["old"], lists["newlist"], "pkg");
+        ScriptedTool tool("hpatchz", { {} });
+        start(list == "del" || list == "new" || list == "patch");
+
+        QCOMPARE(m_recorder.last().errorString, PatchTexts::unsafeEntry(entry));
+        QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(game));
+        QCOMPARE(TestFiles::readFile(path("outside.txt")), QByteArray("mine"));
+        QCOMPARE(tool.starts(), 0);
+    }
+
+    void updateReplacesLauncherFiles_data()
+    {
+        // The installed files form the old list, the source files the new one.
+        QTest::addColumn<Tree>("installed");
+        QTest::addColumn<Tree>("source");
+        QTest::addColumn<Tree>("expected");
+        QTest::addColumn<QString>("sourceRoot"); // below the test folder; its parent is the download area
+        QTest::addColumn<QString>("errorFile");
+        QTest::newRow("deletes, replaces, stages the updater, keeps the video")
+            << Tree { { "a.txt", "old a" }, { "b.txt", "old b" }, { "bg.wmv", "old video" },
+                   { "UpdateGUI/u.exe", "old u" }, { "UpdateGUI/old.dll", "old" },
+                   { "UpdateGUITemp/stale", "x" } }
+            << Tree { { "a.txt", "new a" }, { "c/c.txt", "new c" }, { "bg.wmv", "new video" },
+                   { "UpdateGUI/u.exe", "new u" }, { "UpdateGUI/sub/.v.dll", "new v" } }
+            << Tree { { "a.txt", "new a" }, { "c/c.txt", "new c" }, { "bg.wmv", "old video" },
+                   { "bg.wmv.copy", "new video" }, { "UpdateGUI/u.exe", "old u" },
+                   { "UpdateGUI/old.dll", "old" }, { "UpdateGUITemp/u.exe", "new u" },
+                   { "UpdateGUITemp/sub/.v.dll", "new v" } }
+            << "dl/src" << QString();
+        // A folder in the way makes the copy over a file fail, as a held file does on Windows.
+        QTest::newRow("held prerequisite installer is skipped")
+            << Tree { { "vc_redist.x64.exe/held", "x" } }
+            << Tree { { "vc_redist.x64.exe", "new" }, { "a", "a" } } << Tree { { "a", "a" } } << "dl/src"
+            << QString();
+        QTest::newRow("another held file ends the run")
+            << Tree { { "game.exe/held", "x" } } << Tree { { "game.exe", "new" }, { "z.txt", "z" } } << Tree()
+            << "dl/src" << QStringLiteral("game.exe");
+        QTest::newRow("a download area holding the installation is kept")
+            << Tree { { "a.txt", "old" } } << Tree { { "a.txt", "new" } }
+            << Tree { { "a.txt", "new" }, { "src/a.txt", "new" } } << "game/src" << QString();
+    }
+    void updateReplacesLauncherFiles()
+    {
+        QFETCH(Tree, installed);
+        QFETCH(Tree, source);
+        QFETCH(Tree, expected);
+        QFETCH(QString, sourceRoot);
+        QFETCH(QString, errorFile);
+        QVERIFY(
+            TestFiles::writeTree(path("game"), installed) && TestFiles::writeTree(path(sourceRoot), source));
+        setUpdateLists(installed.keys(), source.keys(), sourceRoot);
+        start(false);
+
+        const QString error
+            = errorFile.isEmpty() ? QString() : PatchTexts::updateFileInUse(path("game/" + errorFile));
+        QCOMPARE(m_recorder.last().errorString, error);
+        QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(expected));
+        // The download area goes only after a complete run, and never with the installation in it.
+        QCOMPARE(QFileInfo::exists(path(sourceRoot)), !error.isEmpty() || sourceRoot.startsWith("game/"));
+        if (error.isEmpty())
+            QCOMPARE(m_recorder.progressReports().last().percent,
+                m_recorder.progressReports().last().totalpercent);
+    }
+
+    void diffToolLeavesOutAloneOnFailure_data()
+    {
+        QTest::addColumn<QString>("oldFile");
+        QTest::addColumn<QByteArray>("diff"); // empty: the one made from old.bin
+        QTest::addColumn<bool>("applies");
+        QTest::newRow("applies") << "old.bin" << QByteArray() << true;
+        QTest::newRow("another old file") << "other.bin" << QByteArray() << false;
+        QTest::newRow("old file missing") << "none.bin" << QByteArray() << false;
+        QTest::newRow("corrupt diff") << "old.bin" << QByteArray("\xd6\xc3\xc4\x00garbage", 11) << false;
+    }
+    void diffToolLeavesOutAloneOnFailure()
+    {
+        QFETCH(QString, oldFile);
+        QFETCH(QByteArray, diff);
+        QFETCH(bool, applies);
+        Tree files { { "old.bin", TestFiles::patternBytes(300000, 1) },
+            { "other.bin", TestFiles::patternBytes(300000, 2) },
+            { "new.bin", TestFiles::patternBytes(300000, 1).replace(100, 4, "diff") },
+            { "out.bin", "previous" } };
+        QVERIFY(TestFiles::writeTree(m_dir->path(), files));
+        QVERIFY(xdeltaEncode(path("old.bin"), path("new.bin"), path("a.diff")));
+        QVERIFY(diff.isEmpty() || TestFiles::writeFile(path("a.diff"), diff));
+        files["a.diff"] = TestFiles::readFile(path("a.diff"));
+        if (applies)
+            files["out.bin"] = files["new.bin"];
+
+        QProcess tool;
+        startDiffTool(tool, path(oldFile), path("a.diff"), path("out.bin"));
+        QVERIFY(tool.waitForFinished(30000));
+        QCOMPARE(tool.exitCode() == 0, applies);
+        QCOMPARE(tool.readAllStandardError().isEmpty(), applies);
+        QCOMPARE(TestFiles::md5Tree(m_dir->path()), TestFiles::md5Tree(files));
+    }
 
 private:
-    QString path(const QString& name) const { return m_dir->path() + QLatin1Char('/') + name; }
+    QString path(const QString& name) const { return m_dir->filePath(name); }
+
     // Writes the old game and a package that turns it into newTree, with real diffs.
-    void makePackage(const Tree& oldTree, const Tree& newTree);
-    void start(bool merge, bool skipDiffMerge = false);
+    void makePackage(const Tree& oldTree, const Tree& newTree)
+    {
+        QVERIFY(TestFiles::writeTree(path("game"), oldTree));
+        PatchInfo info;
+        for (auto it = newTree.cbegin(); it != newTree.cend(); ++it) {
+            const ManifestFileInfo entry { it.key(), TestFiles::md5Hex(it.value()),
+                quint64(it.value().size()) };
+            const QString diff = it.key() + ".patch";
+            if (!oldTree.contains(it.key())) {
+                QVERIFY(
+                    it.value() == kNotInPackage || TestFiles::writeFile(path("pkg/" + it.key()), it.value()));
+                info.newFiles.insert(it.key(), entry);
+            } else if (oldTree.value(it.key()) != it.value()) {
+                QVERIFY(TestFiles::writeFile(path("new.tmp"), it.value())
+                    && TestFiles::writeFile(path("pkg/" + diff), QByteArray()));
+                QVERIFY(xdeltaEncode(path("game/" + it.key()), path("new.tmp"), path("pkg/" + diff)));
+                info.patchFiles.insert(diff, { diff, entry.md5, entry.size });
+            }
+        }
+        for (auto it = oldTree.cbegin(); it != oldTree.cend(); ++it) {
+            if (!newTree.contains(it.key()))
+                info.delFiles.insert(it.key(), { it.key(), QString(), 0 });
+        }
+        QFile::remove(path("new.tmp"));
+        QVERIFY(TestFiles::writeFile(path("pkg/manifest.txt"), WritePatchInfo(info).toUtf8()));
+    }
+
+    // The update applier's two lists (installed files and the ones that replace them) and its folders.
+    void setUpdateLists(const QStringList& oldFiles, const QStringList& newFiles, const QString& sourceRoot)
+    {
+        const auto fileList = [](const QStringList& paths) {
+            QString text;
+            for (const QString& file : paths)
+                text += FileListLine({ file, "0", 1 }) + '\n';
+            return text;
+        };
+        auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+        ctx->m_updateInstallRoot = path("game");
+        ctx->m_updateSourceRoot = path(sourceRoot);
+        ctx->m_updateOldFileList = fileList(oldFiles);
+        ctx->m_updateNewFileList = fileList(newFiles);
+    }
+
+    void start(bool merge, bool skipDiffMerge = false)
+    {
+        auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+        ctx->m_bLimitSpeed = merge;
+        ctx->m_bSkipDiffMerge = skipDiffMerge;
+        ctx->m_patchFolder = path("pkg");
+        ctx->m_mergeTargetPath = path("game");
+        ctx->m_mergeTempPath = path("temp");
+        GetPatchComponent()->StartApplyPatch(*ctx);
+        QVERIFY(m_recorder.waitForEnd(60000));
+        QCOMPARE(m_recorder.endings(), 1);
+    }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     CallbackRecorder<PatcherCallbackInfo> m_recorder { isEnd };
 };
-
-void TestPatcher::initTestCase()
-{
-    // The real diff tool is found on the search path whenever no scripted one sits beside the tests.
-    qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
-}
-
-void TestPatcher::init()
-{
-    m_dir.reset(new QTemporaryDir);
-    m_recorder = CallbackRecorder<PatcherCallbackInfo>(isEnd);
-    GetPatchComponent()->RegistCallbackFunc(m_recorder.callback());
-}
-
-void TestPatcher::cleanup()
-{
-    GetPatchComponent()->RegistCallbackFunc(nullptr);
-    m_dir.reset();
-}
-
-void TestPatcher::makePackage(const Tree& oldTree, const Tree& newTree)
-{
-    QVERIFY(TestFiles::writeTree(path("game"), oldTree));
-    PatchInfo info;
-    for (auto it = newTree.cbegin(); it != newTree.cend(); ++it) {
-        const ManifestFileInfo entry { it.key(), TestFiles::md5Hex(it.value()), quint64(it.value().size()) };
-        if (!oldTree.contains(it.key())) {
-            if (it.value() != kNotInPackage)
-                QVERIFY(TestFiles::writeFile(path("pkg/") + it.key(), it.value()));
-            info.newFiles.insert(it.key(), entry);
-        } else if (oldTree.value(it.key()) != it.value()) {
-            QVERIFY(TestFiles::writeFile(path("new.tmp"), it.value()));
-            QVERIFY(TestFiles::writeFile(path("pkg/") + it.key() + ".patch", QByteArray()));
-            QVERIFY(
-                xdeltaEncode(path("game/") + it.key(), path("new.tmp"), path("pkg/") + it.key() + ".patch"));
-            info.patchFiles.insert(it.key() + ".patch", { it.key() + ".patch", entry.md5, entry.size });
-        }
-    }
-    for (auto it = oldTree.cbegin(); it != oldTree.cend(); ++it) {
-        if (!newTree.contains(it.key()))
-            info.delFiles.insert(it.key(), { it.key(), QString(), 0 });
-    }
-    QFile::remove(path("new.tmp"));
-    QVERIFY(TestFiles::writeFile(path("pkg/manifest.txt"), WritePatchInfo(info).toUtf8()));
-}
-
-void TestPatcher::start(bool merge, bool skipDiffMerge)
-{
-    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    ctx->m_bLimitSpeed = merge;
-    ctx->m_bSkipDiffMerge = skipDiffMerge;
-    ctx->m_patchFolder = path("pkg");
-    ctx->m_mergeTargetPath = path("game");
-    ctx->m_mergeTempPath = path("temp");
-    GetPatchComponent()->StartApplyPatch(*ctx);
-    QVERIFY(m_recorder.waitForEnd(60000));
-    QCOMPARE(m_recorder.endings(), 1);
-}
-
-void TestPatcher::mergeAppliesRealPackage()
-{
-    Tree newTree;
-    Tree oldTree = bigFilePair(newTree);
-    oldTree.insert({ { "中文/资源.dat", TestFiles::patternBytes(300000, 1) }, { "keep.bin", "same" },
-        { "删除/旧文件.txt", "gone" }, { "Game/old.bin", "gone too" } });
-    newTree.insert({ { "中文/资源.dat", TestFiles::patternBytes(300000, 1).replace(1000, 5, "12345") },
-        { "keep.bin", "same" }, { "新文件/新.txt", "added" }, { "Game/Paks/b.pak", "new pak" },
-        { "missing.bin", kNotInPackage } });
-    makePackage(oldTree, newTree);
-    start(true);
-
-    newTree.remove("missing.bin");
-    QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(newTree));
-    QVERIFY(!m_recorder.last().bError);
-    QVector<int> statuses;
-    for (const PatcherCallbackInfo& report : m_recorder.progressReports())
-        statuses << report.status;
-    QCOMPARE(statuses, (QVector<int> { 0, 0, 1, 1, 1, 2, 2 }));
-}
-
-void TestPatcher::mergeWithScriptedTool_data()
-{
-    QTest::addColumn<QVector<int>>("exitCodes"); // -1: the tool hangs
-    QTest::addColumn<QString>("twist");
-    QTest::addColumn<int>("starts");
-    QTest::addColumn<QString>("error");
-
-    const QString inUse = PatchTexts::mergeFileInUse(QStringLiteral("%1/game/Game/Paks/a.pak"));
-    QTest::newRow("fails twice, then succeeds") << QVector<int> { 1, 1, 0 } << "" << 3 << "";
-    QTest::newRow("fails three times: merged") << QVector<int> { 1 } << "" << 3 << "";
-    QTest::newRow("disk full") << QVector<int> { 24 } << "" << 3 << PatchTexts::diskFull();
-    QTest::newRow("out of memory") << QVector<int> { 1, 22 } << "" << 3 << PatchTexts::outOfMemory();
-    QTest::newRow("hang: killed, file in use") << QVector<int> { -1 } << "" << 1 << inUse;
-    QTest::newRow("old is a folder") << QVector<int> { 0 } << "folder" << 1 << "";
-    QTest::newRow("skip merge") << QVector<int> { 1 } << "skip" << 0 << "";
-    QTest::newRow("no tool") << QVector<int>() << "" << 0
-                             << ExternalTools::MissingToolText(QStringLiteral("hpatchz"));
-    QTest::newRow("added file held") << QVector<int> { 0 } << "held" << 1
-                                     << PatchTexts::mergeFileInUse(QStringLiteral("%1/game/add.txt"));
-}
-
-void TestPatcher::mergeWithScriptedTool()
-{
-    QFETCH(QVector<int>, exitCodes);
-    QFETCH(QString, twist);
-    QFETCH(int, starts);
-    QFETCH(QString, error);
-    error.replace(QStringLiteral("%1"), m_dir->path());
-
-    makePackage({ { "Game/Paks/a.pak", "old" }, { "del.txt", "d" } },
-        { { "Game/Paks/a.pak", "new" }, { "add.txt", "a" } });
-    if (twist == QLatin1String("folder")) {
-        QVERIFY(QFile::remove(path("game/Game/Paks/a.pak")));
-        QVERIFY(QDir().mkpath(path("game/Game/Paks/a.pak")));
-    } else if (twist == QLatin1String("held")) {
-        QVERIFY(QDir().mkpath(path("game/add.txt/held")));
-    }
-    QVector<ScriptedTool::Step> steps;
-    for (int code : exitCodes)
-        steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 3000 : 0 });
-    std::unique_ptr<ScriptedTool> tool(steps.isEmpty() ? nullptr : new ScriptedTool("hpatchz", steps));
-    const QByteArray searchPath = qgetenv("PATH");
-    const auto restorePath = qScopeGuard([&] { qputenv("PATH", searchPath); });
-    if (!tool)
-        qputenv("PATH", "/nonexistent");
-    ScopedTimeDivisor shortWait(9000); // the 30 min wait becomes 200 ms
-    start(true, twist == QLatin1String("skip"));
-
-    const PatcherCallbackInfo& end = m_recorder.last();
-    QCOMPARE(end.errorString, error);
-    QCOMPARE(end.bError, !error.isEmpty());
-    QCOMPARE(end.bComplete, error.isEmpty());
-    QCOMPARE(tool ? tool->starts() : 0, starts);
-    const QString old = path("game/Game/Paks/a.pak");
-    QStringList arguments { old, path("pkg/Game/Paks/a.pak.patch"), old, "-f", "-s-1m", "-C-old-new-diff" };
-    if (twist == QLatin1String("folder"))
-        arguments << QStringLiteral("-c");
-    for (int i = 0; i < starts; ++i)
-        QCOMPARE(tool->arguments().at(i), arguments);
-    // Files are added and deleted only after every diff applied.
-    QCOMPARE(QFileInfo::exists(path("game/del.txt")), !error.isEmpty());
-    QCOMPARE(QFileInfo(path("game/add.txt")).isFile(), error.isEmpty());
-}
-
-void TestPatcher::unsafeEntriesChangeNothing_data()
-{
-    QTest::addColumn<QString>("list");
-    QTest::addColumn<QString>("entry");
-    // The list the entry goes into, a blank, the entry.
-    for (const QString& row : { "del ../outside.txt", "new ..\\outside.txt", "new C:/outside.txt",
-             "patch /abs/outside.txt.patch", "patch Game/../../outside.txt.patch", "old ../outside.txt",
-             "newlist /tmp/outside.txt", "newlist sub\\..\\..\\outside.txt" })
-        QTest::newRow(qPrintable(row)) << row.section(' ', 0, 0) << row.section(' ', 1);
-}
-
-void TestPatcher::unsafeEntriesChangeNothing()
-{
-    QFETCH(QString, list);
-    QFETCH(QString, entry);
-    const Tree game { { "del.txt", "d" }, { "keep.txt", "old" } };
-    QVERIFY(TestFiles::writeTree(path("game"), game));
-    QVERIFY(TestFiles::writeTree(path("pkg"), { { "keep.txt", "new" }, { "outside.txt", "evil" } }));
-    QVERIFY(TestFiles::writeFile(path("outside.txt"), "mine"));
-    PatchInfo info;
-    info.delFiles.insert("del.txt", { "del.txt", QString(), 0 });
-    info.newFiles.insert("keep.txt", { "keep.txt", QString(), 0 });
-    QMap<QString, ManifestFileMap*> maps { { "del", &info.delFiles }, { "new", &info.newFiles },
-        { "patch", &info.patchFiles } };
-    if (maps.contains(list))
-        maps[list]->insert(entry, { entry, QString(), 0 });
-    QVERIFY(TestFiles::writeFile(path("pkg/manifest.txt"), WritePatchInfo(info).toUtf8()));
-    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    ctx->m_updateInstallRoot = path("game");
-    ctx->m_updateSourceRoot = path("pkg");
-    ctx->m_updateOldFileList
-        = fileList({ "del.txt", "keep.txt" }) + (list == "old" ? fileList({ entry }) : "");
-    ctx->m_updateNewFileList = fileList({ "keep.txt" }) + (list == "newlist" ? fileList({ entry }) : "");
-    ScriptedTool tool("hpatchz", { {} });
-    start(maps.contains(list));
-
-    QCOMPARE(m_recorder.last().errorString, PatchTexts::unsafeEntry(entry));
-    QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(game));
-    QCOMPARE(TestFiles::readFile(path("outside.txt")), QByteArray("mine"));
-    QCOMPARE(tool.starts(), 0);
-}
-
-void TestPatcher::updateReplacesLauncherFiles_data()
-{
-    // The installed files form the old list, the source files the new one.
-    QTest::addColumn<Tree>("installed");
-    QTest::addColumn<Tree>("source");
-    QTest::addColumn<Tree>("expected");
-    QTest::addColumn<QString>("sourceRoot"); // below the test folder; its parent is the download area
-    QTest::addColumn<QString>("errorFile");
-
-    QTest::newRow("deletes, replaces, stages the updater, keeps the video")
-        << Tree { { "a.txt", "old a" }, { "b.txt", "old b" }, { "bg.wmv", "old video" },
-               { "UpdateGUI/u.exe", "old u" }, { "UpdateGUI/old.dll", "old" },
-               { "UpdateGUITemp/stale", "x" } }
-        << Tree { { "a.txt", "new a" }, { "c/c.txt", "new c" }, { "bg.wmv", "new video" },
-               { "UpdateGUI/u.exe", "new u" }, { "UpdateGUI/sub/.v.dll", "new v" } }
-        << Tree { { "a.txt", "new a" }, { "c/c.txt", "new c" }, { "bg.wmv", "old video" },
-               { "bg.wmv.copy", "new video" }, { "UpdateGUI/u.exe", "old u" }, { "UpdateGUI/old.dll", "old" },
-               { "UpdateGUITemp/u.exe", "new u" }, { "UpdateGUITemp/sub/.v.dll", "new v" } }
-        << "dl/src"
-        << "";
-    // A folder in the way makes the copy over a file fail, as a held file does on Windows.
-    QTest::newRow("held prerequisite installer is skipped")
-        << Tree { { "vc_redist.x64.exe/held", "x" } } << Tree { { "vc_redist.x64.exe", "new" }, { "a", "a" } }
-        << Tree { { "a", "a" } } << "dl/src"
-        << "";
-    QTest::newRow("another held file ends the run")
-        << Tree { { "game.exe/held", "x" } } << Tree { { "game.exe", "new" }, { "z.txt", "z" } } << Tree()
-        << "dl/src"
-        << "game.exe";
-    QTest::newRow("a download area holding the installation is kept")
-        << Tree { { "a.txt", "old" } } << Tree { { "a.txt", "new" } }
-        << Tree { { "a.txt", "new" }, { "src/a.txt", "new" } } << "game/src"
-        << "";
-}
-
-void TestPatcher::updateReplacesLauncherFiles()
-{
-    QFETCH(Tree, installed);
-    QFETCH(Tree, source);
-    QFETCH(Tree, expected);
-    QFETCH(QString, sourceRoot);
-    QFETCH(QString, errorFile);
-    QVERIFY(TestFiles::writeTree(path("game"), installed));
-    QVERIFY(TestFiles::writeTree(path(sourceRoot), source));
-    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    ctx->m_updateInstallRoot = path("game");
-    ctx->m_updateSourceRoot = path(sourceRoot);
-    ctx->m_updateOldFileList = fileList(installed.keys());
-    ctx->m_updateNewFileList = fileList(source.keys());
-    start(false);
-
-    const QString error
-        = errorFile.isEmpty() ? QString() : PatchTexts::updateFileInUse(path("game/") + errorFile);
-    QCOMPARE(m_recorder.last().errorString, error);
-    QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(expected));
-    // The download area goes only after a complete run, and never with the installation in it.
-    QCOMPARE(QFileInfo::exists(path(sourceRoot)), !error.isEmpty() || sourceRoot.startsWith("game/"));
-    if (error.isEmpty())
-        QCOMPARE(
-            m_recorder.progressReports().last().percent, m_recorder.progressReports().last().totalpercent);
-}
-
-void TestPatcher::diffToolLeavesOutAloneOnFailure_data()
-{
-    QTest::addColumn<QString>("oldFile");
-    QTest::addColumn<QByteArray>("diff"); // empty: the one made from old.bin
-    QTest::addColumn<bool>("applies");
-    QTest::newRow("applies") << "old.bin" << QByteArray() << true;
-    QTest::newRow("another old file") << "other.bin" << QByteArray() << false;
-    QTest::newRow("old file missing") << "none.bin" << QByteArray() << false;
-    QTest::newRow("corrupt diff") << "old.bin" << QByteArray("\xd6\xc3\xc4\x00garbage", 11) << false;
-}
-
-void TestPatcher::diffToolLeavesOutAloneOnFailure()
-{
-    QFETCH(QString, oldFile);
-    QFETCH(QByteArray, diff);
-    QFETCH(bool, applies);
-    const Tree files { { "old.bin", TestFiles::patternBytes(300000, 1) },
-        { "other.bin", TestFiles::patternBytes(300000, 2) },
-        { "new.bin", TestFiles::patternBytes(300000, 1).replace(100, 4, "diff") },
-        { "out.bin", "previous" } };
-    QVERIFY(TestFiles::writeTree(m_dir->path(), files));
-    QVERIFY(xdeltaEncode(path("old.bin"), path("new.bin"), path("a.diff")));
-    if (!diff.isEmpty())
-        QVERIFY(TestFiles::writeFile(path("a.diff"), diff));
-    Tree expected = files;
-    expected["a.diff"] = TestFiles::readFile(path("a.diff"));
-    expected["out.bin"] = applies ? files["new.bin"] : files["out.bin"];
-
-    QProcess tool;
-    tool.start(QStringLiteral(CORE_TOOL_DIR "/hpatchz"),
-        { path(oldFile), path("a.diff"), path("out.bin"), "-f", "-s-1m", "-C-old-new-diff" });
-    QVERIFY(tool.waitForFinished(30000));
-    QCOMPARE(tool.exitCode() == 0, applies);
-    QCOMPARE(tool.readAllStandardError().isEmpty(), applies);
-    QCOMPARE(TestFiles::md5Tree(m_dir->path()), TestFiles::md5Tree(expected));
-}
-
-void TestPatcher::diffToolKilledLeavesOutAlone()
-{
-    Tree newTree;
-    const Tree oldTree = bigFilePair(newTree);
-    makePackage(oldTree, newTree);
-    // The diff arrives through a pipe held open with its last bytes missing, so the tool is caught
-    // half-way through the file, however fast the machine.
-    const QString diffPath = path("pkg/Game/Paks/a.pak.patch");
-    const QByteArray diff = TestFiles::readFile(diffPath);
-    QVERIFY(QFile::remove(diffPath) && ::mkfifo(QFile::encodeName(diffPath).constData(), 0600) == 0);
-    const QString old = path("game/Game/Paks/a.pak");
-    QProcess tool;
-    tool.start(
-        QStringLiteral(CORE_TOOL_DIR "/hpatchz"), { old, diffPath, old, "-f", "-s-1m", "-C-old-new-diff" });
-    QFile pipe(diffPath);
-    QVERIFY(pipe.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-    QCOMPARE(pipe.write(diff.left(diff.size() - 8)), qint64(diff.size() - 8));
-    QTest::qWait(300);
-    QCOMPARE(tool.state(), QProcess::Running);
-    tool.kill();
-    QVERIFY(tool.waitForFinished(5000));
-    QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(oldTree));
-}
 
 CORE_TEST_CLASS(TestPatcher)
 #include "tst_patcher.moc"
