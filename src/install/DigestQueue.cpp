@@ -1,6 +1,7 @@
 #include "install/DigestQueue.h"
 
-#include <QCryptographicHash>
+#include "install/Md5Hasher.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
@@ -34,13 +35,13 @@ QString md5OfFile(const QString& path, QByteArray& buffer, const std::atomic<boo
     QFile file(path);
     if (!info.isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return QString();
-    QCryptographicHash hash(QCryptographicHash::Md5);
+    Md5Hasher hash;
     qint64 remaining = info.size();
     while (remaining > 0 && !stop.load(std::memory_order_relaxed)) {
         const qint64 n = file.read(buffer.data(), qMin(remaining, kReadSize));
         if (n <= 0)
             break;
-        hash.addData(buffer.constData(), int(n));
+        hash.addData(buffer.constData(), n);
         remaining -= n;
     }
     return QString::fromLatin1(hash.result().toHex());

@@ -3,9 +3,9 @@
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
 #include "install/DigestQueue.h"
+#include "install/Md5Hasher.h"
 #include "log/Logger.h"
 
-#include <QCryptographicHash>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -119,7 +119,7 @@ bool VerifyThread::VerifyZipFile(const QString& path, const QString& expectedMd5
     Logger::LogInfo(kTag, QStringLiteral("begin verify zipfile, the totalBytes of files is %1").arg(size));
 
     const bool reportInside = m_zipList.size() == 1;
-    QCryptographicHash hash(QCryptographicHash::Md5);
+    Md5Hasher hash;
     QByteArray chunk(int(kZipReadSize), Qt::Uninitialized);
     qint64 bytesRead = 0;
     float lastReported = 0.0f;
@@ -135,7 +135,7 @@ bool VerifyThread::VerifyZipFile(const QString& path, const QString& expectedMd5
                     .arg(size));
             return true;
         }
-        hash.addData(chunk.constData(), int(n));
+        hash.addData(chunk.constData(), n);
         bytesRead += n;
         const float fraction = float(bytesRead) / float(size);
         if (fraction - lastReported > kProgressStep) {
