@@ -22,8 +22,8 @@ constexpr int kWindow = 64;
 // read, small enough that the block is still in the processor's cache when it is hashed.
 constexpr qint64 kReadSize = 256 * 1024;
 
-// Two workers keep one core hashing while the other reads ahead; more would only make a spinning
-// disk seek between the files.
+// A second worker puts a second core to the hashing; more would mostly make a spinning disk seek
+// between files, and on a cold disk reading, not hashing, sets the pace.
 constexpr int kMaxWorkers = 2;
 
 QString md5OfFile(const QString& path, QByteArray& buffer, const std::atomic<bool>& stop)
