@@ -1,6 +1,7 @@
 // Applies a package of diffs to a game folder through the patch stage and, in the same run, by bare
 // "xdelta3 -d" calls, and prints the times and ratios. The stage patches in place and makes every new
-// file durable before it replaces the old one. Its peer is the least any in-place patch does: bare
+// file durable before it replaces the old one; the next file's diff runs while the current one is
+// applied. Its peer is the least any in-place patch does: bare
 // calls that write each new file beside the old one and rename it over. For reference, the same bare
 // calls writing into an empty folder, which replace nothing, and the bare calls that also flush each
 // file before the rename, as the stage does.

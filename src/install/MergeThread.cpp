@@ -5,6 +5,7 @@
 #include "files/SafePath.h"
 #include "install/ExternalTools.h"
 #include "install/PatchTexts.h"
+#include "install/ToolRunAhead.h"
 #include "install/ToolRunner.h"
 #include "log/Logger.h"
 
@@ -27,6 +28,45 @@ QString RelPathOfDiff(const QString& name)
 bool IsSafeUnder(const QString& root, const QString& relative)
 {
     return !SafePath::ResolveUnder(root, relative).isEmpty();
+}
+
+QStringList MergeArguments(const MergeTask& task)
+{
+    QStringList arguments { task.oldPath, task.diffPath, task.outPath, QStringLiteral("-f"),
+        QStringLiteral("-s-1m"), QStringLiteral("-C-old-new-diff") };
+    if (QFileInfo(task.oldPath).isDir())
+        arguments << QStringLiteral("-c");
+    return arguments;
+}
+
+// One run of the diff tool to its end, with everything it wrote to standard output.
+ToolRunner::Result RunDiffTool(const QString& tool, const QStringList& arguments)
+{
+    QByteArray output;
+    ToolRunner::Request request;
+    request.program = tool;
+    request.arguments = arguments;
+    request.timeoutMs = Morvantix::Timing::toolWaitMs();
+    request.onOutput = [&output](const QByteArray& burst) { output += burst; };
+    ToolRunner::Result result = ToolRunner::Run(request);
+    result.remainingOutput.prepend(output);
+    return result;
+}
+
+// Two diffs may run at once only when each rebuilds a plain file of its own; the same file reached
+// by two names, or a folder that may hold the other file, waits for the diff before it.
+bool CanRunAlongside(const MergeTask& first, const MergeTask& second)
+{
+    const QFileInfo a(first.oldPath);
+    const QFileInfo b(second.oldPath);
+    if (!a.isFile() || !b.isFile())
+        return false;
+#ifdef Q_OS_WIN
+    const Qt::CaseSensitivity cs = Qt::CaseInsensitive;
+#else
+    const Qt::CaseSensitivity cs = Qt::CaseSensitive;
+#endif
+    return a.canonicalFilePath().compare(b.canonicalFilePath(), cs) != 0;
 }
 
 } // namespace
@@ -126,39 +166,40 @@ bool MergeThread::MergeFiles()
         Fail(ExternalTools::MissingToolText(QStringLiteral("hpatchz")));
         return false;
     }
-    for (const MergeTask& task : m_mergeList) {
+    // The first run of the next diff starts while this one is applied, so that one file's flush to
+    // disk overlaps the next file's work. Everything about a file is still reported in list order.
+    std::unique_ptr<ToolRunAhead> ahead;
+    QStringList aheadArguments;
+    for (size_t i = 0; i < m_mergeList.size(); ++i) {
         if (isInterruptionRequested()) {
             Fail(PatchTexts::cancelled());
             return false;
         }
         ++m_index;
         Logger::LogInfo(kTag, QStringLiteral("MergeIndex:%1").arg(m_index));
-        if (!MergeOne(tool, task))
+        const std::unique_ptr<ToolRunAhead> firstRun = std::move(ahead);
+        const QStringList arguments = firstRun ? aheadArguments : MergeArguments(m_mergeList[i]);
+        if (i + 1 < m_mergeList.size() && CanRunAlongside(m_mergeList[i], m_mergeList[i + 1])) {
+            aheadArguments = MergeArguments(m_mergeList[i + 1]);
+            ahead.reset(new ToolRunAhead([tool, next = aheadArguments] { return RunDiffTool(tool, next); }));
+        }
+        if (!MergeOne(tool, m_mergeList[i], arguments, firstRun.get()))
             return false;
         emit MergeProgress(m_index, m_total, QVariant::fromValue(MergeStatusPatch));
     }
     return true;
 }
 
-bool MergeThread::MergeOne(const QString& tool, const MergeTask& task)
+bool MergeThread::MergeOne(
+    const QString& tool, const MergeTask& task, const QStringList& arguments, ToolRunAhead* firstRun)
 {
-    QStringList arguments { task.oldPath, task.diffPath, task.outPath, QStringLiteral("-f"),
-        QStringLiteral("-s-1m"), QStringLiteral("-C-old-new-diff") };
-    if (QFileInfo(task.oldPath).isDir())
-        arguments << QStringLiteral("-c");
     qDebug().noquote() << "MergeThread " + tool + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
 
     int exitCode = -1;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        QByteArray output;
-        ToolRunner::Request request;
-        request.program = tool;
-        request.arguments = arguments;
-        request.timeoutMs = Morvantix::Timing::toolWaitMs();
-        request.onOutput = [&output](const QByteArray& burst) { output += burst; };
-        const ToolRunner::Result result = ToolRunner::Run(request);
-        output += result.remainingOutput;
-        qDebug().noquote() << "hpatch.exe output:" << ToolRunner::DecodeToolText(output);
+        const ToolRunner::Result result
+            = attempt == 0 && firstRun ? firstRun->take() : RunDiffTool(tool, arguments);
+        qDebug().noquote() << "hpatch.exe output:" << ToolRunner::DecodeToolText(result.remainingOutput);
 
         if (result.outcome == ToolRunner::Outcome::Cancelled) {
             Fail(PatchTexts::cancelled());

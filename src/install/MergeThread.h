@@ -10,6 +10,8 @@
 
 #include <vector>
 
+class ToolRunAhead;
+
 // What a merge progress report is about.
 enum MergeStatus : int
 {
@@ -58,7 +60,9 @@ private:
     bool CheckPaths();
     void BuildMergeList();
     bool MergeFiles();
-    bool MergeOne(const QString& tool, const MergeTask& task);
+    // `firstRun`, when given, is the first attempt already started ahead of its turn.
+    bool MergeOne(
+        const QString& tool, const MergeTask& task, const QStringList& arguments, ToolRunAhead* firstRun);
     void AddFiles();
     void DeleteFiles();
     void Fail(const QString& errorString);

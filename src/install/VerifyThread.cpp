@@ -2,14 +2,17 @@
 
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
+#include "install/DigestQueue.h"
+#include "install/Md5Hasher.h"
 #include "log/Logger.h"
 
-#include <QCryptographicHash>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+
+#include <memory>
 
 using Morvantix::ManifestFileInfo;
 using Morvantix::ManifestFileMap;
@@ -116,7 +119,7 @@ bool VerifyThread::VerifyZipFile(const QString& path, const QString& expectedMd5
     Logger::LogInfo(kTag, QStringLiteral("begin verify zipfile, the totalBytes of files is %1").arg(size));
 
     const bool reportInside = m_zipList.size() == 1;
-    QCryptographicHash hash(QCryptographicHash::Md5);
+    Md5Hasher hash;
     QByteArray chunk(int(kZipReadSize), Qt::Uninitialized);
     qint64 bytesRead = 0;
     float lastReported = 0.0f;
@@ -132,7 +135,7 @@ bool VerifyThread::VerifyZipFile(const QString& path, const QString& expectedMd5
                     .arg(size));
             return true;
         }
-        hash.addData(chunk.constData(), int(n));
+        hash.addData(chunk.constData(), n);
         bytesRead += n;
         const float fraction = float(bytesRead) / float(size);
         if (fraction - lastReported > kProgressStep) {
@@ -164,13 +167,18 @@ void VerifyThread::VerifyManifest(const ManifestFileMap& map, const QString& fol
     const int total = map.size();
     Logger::LogInfo(kTag, QStringLiteral("begin verify manifest,the number of files is %1").arg(total));
     m_bError = false;
+    const QStringList paths = FullPaths(map, folder);
+    // The repair kinds must find every damaged file, which a size check alone would miss.
+    std::unique_ptr<DigestQueue> digests;
+    if (m_bCollectAll || m_bMd5)
+        digests.reset(new DigestQueue(paths));
     int checked = 0;
     for (const ManifestFileInfo& entry : map) {
         if (isInterruptionRequested()) {
             m_bError = true;
             return;
         }
-        const bool ok = VerifyManifestEntry(folder, entry);
+        const bool ok = VerifyManifestEntry(folder, entry, paths.at(checked), digests.get());
         ++checked;
         if (!ok) {
             m_bError = true;
@@ -191,19 +199,30 @@ void VerifyThread::VerifyManifest(const ManifestFileMap& map, const QString& fol
     Logger::LogInfo(kTag, QStringLiteral("verify manifest is success !"));
 }
 
-bool VerifyThread::VerifyManifestEntry(const QString& folder, const ManifestFileInfo& entry)
+QStringList VerifyThread::FullPaths(const ManifestFileMap& map, const QString& folder)
 {
-    // The manifest comes from the server: a name that leaves the folder is never opened.
-    if (SafePath::ResolveUnder(folder, entry.path).isEmpty()) {
+    QStringList paths;
+    paths.reserve(map.size());
+    for (const ManifestFileInfo& entry : map) {
+        // The manifest comes from the server: a name that leaves the folder is never opened.
+        const bool safe = !SafePath::ResolveUnder(folder, entry.path).isEmpty();
+        paths.append(safe ? QFileUtils::CombinePath(folder, entry.path) : QString());
+    }
+    return paths;
+}
+
+bool VerifyThread::VerifyManifestEntry(
+    const QString& folder, const ManifestFileInfo& entry, const QString& full, DigestQueue* digests)
+{
+    // Taken for a refused name as well, so that the digests stay in step with the entries.
+    const QString calc = digests ? digests->takeNext() : QString();
+    if (full.isEmpty()) {
         Logger::LogInfo(kTag,
             QStringLiteral("verify file is %1, the path leaves the folder %2, failed !")
                 .arg(entry.path, folder));
         return false;
     }
-    const QString full = QFileUtils::CombinePath(folder, entry.path);
-    // The repair kinds must find every damaged file, which a size check alone would miss.
-    if (m_bCollectAll || m_bMd5) {
-        const QString calc = QFileUtils::GetFileMD5(full);
+    if (digests) {
         Logger::LogInfo(kTag,
             QStringLiteral("verify file is %1,caculate md5 is %2, manifest md5 is %3 ")
                 .arg(full, calc, entry.md5));

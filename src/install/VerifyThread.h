@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QThread>
 
+class DigestQueue;
+
 // Checks either the downloaded archives of a job against their MD5 texts (archive mode) or the
 // files of an install against a file list (manifest mode). Its fields are written by the Verifyer
 // only while it is not running.
@@ -42,6 +44,10 @@ private:
     // True when the archive failed.
     bool VerifyZipFile(const QString& path, const QString& expectedMd5);
     void VerifyManifest(const Morvantix::ManifestFileMap& map, const QString& folder);
-    bool VerifyManifestEntry(const QString& folder, const Morvantix::ManifestFileInfo& entry);
+    // Each entry's file under the folder, in the map's order; "" for a name that leaves the folder.
+    static QStringList FullPaths(const Morvantix::ManifestFileMap& map, const QString& folder);
+    // By the next digest of `digests`, or by size when there are none.
+    bool VerifyManifestEntry(const QString& folder, const Morvantix::ManifestFileInfo& entry,
+        const QString& full, DigestQueue* digests);
     void CleanPakFolder(const Morvantix::ManifestFileMap& map, const QString& folder);
 };
