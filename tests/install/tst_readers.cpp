@@ -2,8 +2,10 @@
 #include "TestRegistry.h"
 
 #include "install/ManifestFileInfo.h"
+#include "install/Md5Hasher.h"
 #include "install/PatchInfo.h"
 
+#include <QCryptographicHash>
 #include <QtTest>
 
 using namespace Morvantix;
@@ -86,6 +88,27 @@ private slots:
                 QCOMPARE(
                     readAndWrite(patchInfo, readAndWrite(patchInfo, text)), readAndWrite(patchInfo, text));
         }
+    }
+
+    // The verifier's own MD5 against Qt's, at the lengths where padding changes (55, 56, 63, 64) and
+    // fed in pieces that straddle its 64-byte blocks.
+    void md5MatchesQt_data()
+    {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<int>("piece");
+        for (int size : { 0, 1, 55, 56, 63, 64, 65, 119, 120, 128, 1000003 })
+            for (int piece : { 1, 7, 64, 100000 })
+                QTest::addRow("%d bytes in pieces of %d", size, piece) << size << piece;
+    }
+    void md5MatchesQt()
+    {
+        QFETCH(int, size);
+        QFETCH(int, piece);
+        const QByteArray data = TestFiles::patternBytes(size, quint32(size + piece));
+        Md5Hasher hasher;
+        for (int at = 0; at < data.size(); at += piece)
+            hasher.addData(data.constData() + at, qMin(piece, data.size() - at));
+        QCOMPARE(hasher.result(), QCryptographicHash::hash(data, QCryptographicHash::Md5));
     }
 };
 
