@@ -1,10 +1,7 @@
 #pragma once
 
-#include <QByteArray>
 #include <QMap>
-#include <QMetaType>
 #include <QObject>
-#include <QString>
 #include <QVector>
 
 class QTcpServer;
@@ -50,7 +47,10 @@ public:
     static QByteArray etagOf(const QByteArray& body);
     // The n-th request of the path gets behaviours[n]; the last one holds for all later requests.
     void setRoute(
-        const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} });
+        const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} })
+    {
+        m_routes[path] = Route { body, behaviours, 0 };
+    }
     // All requests, or those of one path, in the order they arrived.
     QVector<Request> requests(const QByteArray& path = QByteArray()) const;
 

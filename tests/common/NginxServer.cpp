@@ -1,29 +1,15 @@
 #include "NginxServer.h"
 
-#include <QFile>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
 
-namespace {
-
-int freePort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
-
-} // namespace
-
-QString NginxServer::program()
-{
-    return QFile::exists("/usr/sbin/nginx") ? QStringLiteral("/usr/sbin/nginx") : QString();
-}
-
 NginxServer::NginxServer(const QString& root)
-    : m_port(freePort())
 {
+    QTcpServer probe; // a port that is free now
+    probe.listen(QHostAddress::LocalHost, 0);
+    m_port = probe.serverPort();
+    probe.close();
     const QString dir = m_dir.path();
     QFile conf(dir + "/nginx.conf");
     if (program().isEmpty() || !conf.open(QIODevice::WriteOnly))
@@ -37,9 +23,7 @@ NginxServer::NginxServer(const QString& root)
                        "  proxy_temp_path %1/proxy;\n  fastcgi_temp_path %1/fastcgi;\n"
                        "  uwsgi_temp_path %1/uwsgi;\n  scgi_temp_path %1/scgi;\n"
                        "  server { listen 127.0.0.1:%2; root %3; }\n}\n")
-            .arg(dir)
-            .arg(m_port)
-            .arg(root)
+            .arg(dir, QString::number(m_port), root)
             .toUtf8());
     conf.close();
     m_process.start(program(), { "-p", dir, "-e", dir + "/error.log", "-c", conf.fileName() });
@@ -62,25 +46,9 @@ NginxServer::~NginxServer()
     m_process.waitForFinished(1000);
 }
 
-bool NginxServer::isRunning() const
-{
-    return m_process.state() == QProcess::Running;
-}
-
-QString NginxServer::url(const QString& path) const
-{
-    return QStringLiteral("http://127.0.0.1:%1/%2").arg(m_port).arg(path);
-}
-
 QStringList NginxServer::accessLog() const
 {
-    QFile log(m_dir.path() + "/access.log");
-    if (!log.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts);
-}
-
-void NginxServer::clearAccessLog()
-{
-    QFile::resize(m_dir.path() + "/access.log", 0);
+    QFile log(m_dir.filePath("access.log"));
+    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts)
+                                         : QStringList();
 }

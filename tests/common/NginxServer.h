@@ -1,7 +1,7 @@
 #pragma once
 
+#include <QFile>
 #include <QProcess>
-#include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 
@@ -16,11 +16,17 @@ public:
     NginxServer(const NginxServer&) = delete;
     NginxServer& operator=(const NginxServer&) = delete;
 
-    static QString program();
-    bool isRunning() const;
-    QString url(const QString& path = QString()) const;
+    static QString program()
+    {
+        return QFile::exists("/usr/sbin/nginx") ? QStringLiteral("/usr/sbin/nginx") : QString();
+    }
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+    QString url(const QString& path = QString()) const
+    {
+        return QStringLiteral("http://127.0.0.1:%1/%2").arg(m_port).arg(path);
+    }
     QStringList accessLog() const;
-    void clearAccessLog();
+    void clearAccessLog() { QFile::resize(m_dir.filePath("access.log"), 0); }
 
 private:
     QTemporaryDir m_dir;

@@ -3,35 +3,24 @@
 #include "TestFiles.h"
 
 #include <QCoreApplication>
-#include <QFile>
 
 ScriptedTool::ScriptedTool(const QString& name, const QVector<Step>& steps)
-    : m_path(QCoreApplication::applicationDirPath() + QLatin1Char('/') + name)
+    : m_path(QCoreApplication::applicationDirPath() + '/' + name)
 {
-    const QString state = m_state.path();
-    for (int i = 0; i < steps.size(); ++i) {
-        const QString step = state + QStringLiteral("/step%1").arg(i + 1);
-        TestFiles::writeFile(step + QStringLiteral(".code"), QByteArray::number(steps[i].exitCode));
-        TestFiles::writeFile(step + QStringLiteral(".out"), steps[i].standardOutput);
-        TestFiles::writeFile(step + QStringLiteral(".err"), steps[i].standardError);
-        TestFiles::writeFile(
-            step + QStringLiteral(".sleep"), QByteArray::number(steps[i].sleepMs / 1000.0, 'f', 3));
+    // Each start counts itself, keeps its arguments and plays its step: the n-th, or the last.
+    QByteArray script = "#!/bin/sh\nd='" + m_state.path().toUtf8()
+        + "'\nn=$(( $(cat \"$d/starts\" 2>/dev/null || echo 0) + 1 ))\necho $n > \"$d/starts\"\n"
+          "printf '%s\\n' \"$@\" > \"$d/args$n\"\n"
+          "s=$n; [ -f \"$d/out$s\" ] || s="
+        + QByteArray::number(steps.size()) + "\ncat \"$d/out$s\"; cat \"$d/err$s\" >&2\ncase $s in\n";
+    for (int i = 1; i <= steps.size(); ++i) {
+        const Step& step = steps.at(i - 1);
+        TestFiles::writeFile(m_state.filePath(QStringLiteral("out%1").arg(i)), step.standardOutput);
+        TestFiles::writeFile(m_state.filePath(QStringLiteral("err%1").arg(i)), step.standardError);
+        script += QByteArray::number(i) + ") sleep " + QByteArray::number(step.sleepMs / 1000.0, 'f', 3)
+            + "; exit " + QByteArray::number(step.exitCode) + ";;\n";
     }
-    const QByteArray script = QByteArrayLiteral("#!/bin/sh\n"
-                                                "d='")
-        + state.toUtf8()
-        + QByteArrayLiteral("'\n"
-                            "n=$(( $(cat \"$d/starts\" 2>/dev/null || echo 0) + 1 ))\n"
-                            "echo $n > \"$d/starts\"\n"
-                            "printf '%s\\n' \"$@\" > \"$d/args$n\"\n"
-                            "s=$n; [ -f \"$d/step$s.code\" ] || s=")
-        + QByteArray::number(steps.size())
-        + QByteArrayLiteral("\n"
-                            "cat \"$d/step$s.out\"\n"
-                            "cat \"$d/step$s.err\" >&2\n"
-                            "sleep \"$(cat \"$d/step$s.sleep\")\"\n"
-                            "exit \"$(cat \"$d/step$s.code\")\"\n");
-    TestFiles::writeFile(m_path, script);
+    TestFiles::writeFile(m_path, script + "esac\n");
     QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
@@ -42,16 +31,14 @@ ScriptedTool::~ScriptedTool()
 
 int ScriptedTool::starts() const
 {
-    return TestFiles::readFile(m_state.path() + QStringLiteral("/starts")).trimmed().toInt();
+    return TestFiles::readFile(m_state.filePath("starts")).trimmed().toInt();
 }
 
 QList<QStringList> ScriptedTool::arguments() const
 {
     QList<QStringList> all;
-    for (int i = 1; i <= starts(); ++i) {
-        const QString text
-            = QString::fromUtf8(TestFiles::readFile(m_state.path() + QStringLiteral("/args%1").arg(i)));
-        all.append(text.split(QLatin1Char('\n'), Qt::SkipEmptyParts));
-    }
+    for (int i = 1; i <= starts(); ++i)
+        all.append(QString::fromUtf8(TestFiles::readFile(m_state.filePath(QStringLiteral("args%1").arg(i))))
+                       .split('\n', Qt::SkipEmptyParts));
     return all;
 }
