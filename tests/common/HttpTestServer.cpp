@@ -1,6 +1,5 @@
 #include "HttpTestServer.h"
 
-#include <QCryptographicHash>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -67,22 +66,12 @@ HttpTestServer::HttpTestServer(QObject* parent)
     });
 }
 
-QString HttpTestServer::url(const QString& path) const
-{
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
-}
-
 void HttpTestServer::setListening(bool on)
 {
     if (!on)
         m_server->close();
     else if (!m_server->isListening())
         m_server->listen(QHostAddress::LocalHost, m_port);
-}
-
-QByteArray HttpTestServer::etagOf(const QByteArray& body)
-{
-    return '"' + QCryptographicHash::hash(body, QCryptographicHash::Md5).toHex().left(16) + '"';
 }
 
 QVector<HttpTestServer::Request> HttpTestServer::requests(const QByteArray& path) const
@@ -101,12 +90,10 @@ void HttpTestServer::answer(QTcpSocket* socket, const Request& request)
         = route.behaviours.value(qMin(route.served++, route.behaviours.size() - 1), { 404 });
     if (behaviour.silent)
         return;
-    if (!behaviour.redirectTo.isEmpty()) {
-        socket->write(statusHead(302, 0, "Location: " + behaviour.redirectTo + "\r\n"));
-        return;
-    }
-    if (behaviour.status != 200) {
-        socket->write(statusHead(behaviour.status, 7) + "failure");
+    if (!behaviour.redirectTo.isEmpty() || behaviour.status != 200) {
+        socket->write(behaviour.redirectTo.isEmpty()
+                ? statusHead(behaviour.status, 7) + "failure"
+                : statusHead(302, 0, "Location: " + behaviour.redirectTo + "\r\n"));
         return;
     }
 

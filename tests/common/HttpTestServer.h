@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCryptographicHash>
 #include <QMap>
 #include <QObject>
 #include <QVector>
@@ -41,10 +42,16 @@ public:
 
     explicit HttpTestServer(QObject* parent = nullptr);
 
-    QString url(const QString& path) const;
+    QString url(const QString& path) const
+    {
+        return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
+    }
     // A server that is down refuses connections; up again, it listens on the same port.
     void setListening(bool on);
-    static QByteArray etagOf(const QByteArray& body);
+    static QByteArray etagOf(const QByteArray& body)
+    {
+        return '"' + QCryptographicHash::hash(body, QCryptographicHash::Md5).toHex().left(16) + '"';
+    }
     // The n-th request of the path gets behaviours[n]; the last one holds for all later requests.
     void setRoute(
         const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} })

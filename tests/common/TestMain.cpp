@@ -25,8 +25,7 @@ int main(int argc, char** argv)
     for (const auto& factory : TestRegistry::factories()) {
         std::unique_ptr<QObject> test(factory());
         std::vector<char*> args { argv[0] };
-        bool anyName = false;
-        bool selected = false;
+        bool anyName = false, selected = false;
         for (int i = 1; i < argc; ++i) {
             const QByteArray arg(argv[i]);
             const bool option = arg.startsWith('-');

@@ -8,8 +8,8 @@
 #include "core/CoreSystem.h"
 #include "core/DownloadComponent.h"
 #include "download/DownloaderManager.h"
-#include "files/QFileUtils.h"
 
+#include <QDateTime>
 #include <QNetworkReply>
 #include <QScopeGuard>
 #include <QTemporaryDir>
@@ -23,11 +23,6 @@ using Behaviour = HttpTestServer::Behaviour;
 
 namespace {
 constexpr qint64 kReadBufferCap = 4 << 20; // what a reply may hold unread without a speed limit
-
-qint64 sizeOnDisk(const QString& path)
-{
-    return QFileInfo(path).size();
-}
 
 GameUpdateContext& context()
 {
@@ -43,15 +38,41 @@ std::shared_ptr<qint64> watchReplyBuffers()
     return peak;
 }
 
+// How a fetch is made: a text answered later, a text the caller waits for, an image.
+constexpr int Later = 0, CallerWaits = 1, Image = 2;
+
+struct Answer
+{
+    int calls = 0;
+    QString content;
+    int code = -1;
+    void record(const QString& text, int result) { *this = { calls + 1, text, result }; }
+};
+
+// Starts a fetch; its answers land in the returned record.
+std::shared_ptr<Answer> fetch(const QString& url, int how = Later, const QString& postData = QString())
+{
+    const auto answer = std::make_shared<Answer>();
+    const auto text = [answer](const QString& content, int code) { answer->record(content, code); };
+    const auto image
+        = [answer](const char* data, int size) { answer->record(QString::fromUtf8(data, size), 0); };
+    if (how == Image)
+        GetDownloadComponent()->GetImageByUrl(url, image);
+    else
+        GetDownloadComponent()->GetContentByUrl(url, text, postData, how == CallerWaits);
+    return answer;
+}
+
 } // namespace
 
 // The download manager, reached through its component, against a real server: scheduling,
-// resumption, restarts, failures and the one report that ends each run. Whatever happens, a file on
-// disk holds only the server's bytes at their own offsets.
+// resumption, restarts, failures and the one report that ends each run, and the small fetches beside
+// them. Whatever happens, a file on disk holds only the server's bytes at their own offsets.
 class TestDownloaderManager : public QObject
 {
     Q_OBJECT
-    const ScopedTimeDivisor m_divisor { 10 }; // the stall time-out is 2 s, the restart delay 200 ms
+    // The stall time-out is 2 s, the restart delay 200 ms; a fetch's attempt lasts 500 ms, its pause 100 ms.
+    const ScopedTimeDivisor m_divisor { 10 };
 
 private slots:
     void init()
@@ -59,9 +80,7 @@ private slots:
         m_dir = std::make_unique<QTemporaryDir>();
         QVERIFY(QDir(m_dir->path()).mkdir("cache"));
         m_server = std::make_unique<HttpTestServer>();
-        m_component = GetDownloadComponent();
         m_recorder = Recorder([](const DownloadCallbackInfo& info) { return info.bComplete || info.bError; });
-        m_files.clear();
         context().m_downloadFileList.clear();
         context().m_updateSetting.cachePath = m_dir->filePath("cache");
         m_component->RegistCallbackFunc(m_recorder.callback());
@@ -126,7 +145,7 @@ private slots:
         const auto sizes = [&] {
             QVector<qint64> all;
             for (const QString& path : paths)
-                all << sizeOnDisk(path);
+                all << QFileInfo(path).size();
             return all;
         };
         QVector<qint64> whenSixthAsked;
@@ -137,7 +156,7 @@ private slots:
             });
         m_component->StartDownload(context());
         QTRY_VERIFY(std::all_of(
-            paths.cbegin() + 1, paths.cend(), [](const QString& p) { return sizeOnDisk(p) >= 6000; }));
+            paths.cbegin() + 1, paths.cend(), [](const QString& p) { return QFileInfo(p).size() >= 6000; }));
 
         // Paused, the partial files stay as they are; resumed, each goes on from its own end.
         m_component->PauseDownload(context());
@@ -244,8 +263,7 @@ private slots:
         const QString notFound = failed.arg(int(QNetworkReply::ContentNotFoundError));
         const QString timedOut = QStringLiteral("网络请求超时，请检查网络问题");
         const QString diskFull = QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
-        Behaviour stall;
-        stall.stallAfter = 5000;
+        const Behaviour stall { 200, false, 0, 0, -1, 5000 };
 
         // Data had flowed: every transfer restarts from what is on disk.
         QTest::newRow("four cuts after data") << Faults { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000),
@@ -301,11 +319,78 @@ private slots:
             QCOMPARE(int(info.errorCode), code);
             QCOMPARE(info.errorMsg, message);
             if (code != WriteFailed) // what was kept is the server's own head: no error page, nothing twice
-                QCOMPARE(QFileUtils::GetFileMD5(path), md5Hex(data.left(int(sizeOnDisk(path)))));
+                QCOMPARE(readFile(path), data.left(readFile(path).size()));
         }
-        QTest::qWait(3 * Timing::restartDelayMs());
+        QTest::qWait(2 * Timing::restartDelayMs()); // a restart too many would have asked again by now
         QCOMPARE(m_recorder.endings(), 1);
         QCOMPARE(m_server->requests("/f.bin").size(), requests);
+    }
+
+    void fetchAnswersOnce_data()
+    {
+        QTest::addColumn<QString>("query"); // the caller's own, which the time stamp must follow
+        QTest::addColumn<int>("how");
+        QTest::addColumn<QString>("postData");
+        QTest::addColumn<QVector<Behaviour>>("attempts"); // the server's behaviour per request
+        QTest::addColumn<int>("code"); // -1: no answer at all
+        QTest::addColumn<int>("requests");
+        const auto row = [](const char* name, const char* query, int how, const QVector<Behaviour>& attempts,
+                             int code, int requests, const QString& postData = QString()) {
+            QTest::newRow(name) << QString(query) << how << postData << attempts << code << requests;
+        };
+        // One byte at a time: every three-byte character arrives in pieces.
+        const Behaviour pieces { 200, false, 1, 2 };
+        const Behaviour silent { 200, true };
+        row("no query", "", Later, { pieces }, 0, 1);
+        row("with a query, caller waits", "a=1", CallerWaits, { pieces }, 0, 1);
+        row("percent-encoded query", "dir=a%2Fb", Later, { pieces }, 0, 1);
+        row("with a body", "", Later, { pieces }, 0, 1, QStringLiteral("channel=IOS&名字=值"));
+        row("three failures, then the text", "", Later, { { 503 }, silent, { 503 }, pieces }, 0, 4);
+        // Each attempt's reply is dropped unanswered, and a dropped reply may never say "finished".
+        row("never answers", "", Later, { silent }, ContentTimeout, 5);
+        row("not found", "", Later, { { 404 } }, QNetworkReply::ContentNotFoundError, 5);
+        // An image is fetched once, and an error page is never handed over as one.
+        row("image", "", Image, { pieces }, 0, 1);
+        row("image not found", "", Image, { { 404 } }, -1, 1);
+    }
+
+    void fetchAnswersOnce()
+    {
+        QFETCH(QString, query);
+        QFETCH(int, how);
+        QFETCH(QString, postData);
+        QFETCH(QVector<Behaviour>, attempts);
+        QFETCH(int, code);
+        QFETCH(int, requests);
+        const QString text = QStringLiteral("维护公告：停机");
+        m_server->setRoute("/notice.txt", text.toUtf8(), attempts);
+        m_server->setRoute("/fast.txt", "fast");
+        const qint64 before = QDateTime::currentSecsSinceEpoch();
+        // Another fetch at the same time gets its own text, whichever ends first.
+        const auto fast = fetch(m_server->url("/fast.txt"));
+        const auto answer
+            = fetch(m_server->url("/notice.txt" + (query.isEmpty() ? "" : '?' + query)), how, postData);
+        if (how == CallerWaits)
+            QCOMPARE(answer->calls, 1);
+        // At most five attempts of 500 ms with 100 ms between them.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            answer->calls > 0 || (code < 0 && !m_server->requests("/notice.txt").isEmpty()), 6000);
+        // Long enough for one attempt too many to start after its pause, or a late answer to come.
+        QTest::qWait(3 * Timing::fetchRetryPauseMs());
+        QCOMPARE(answer->calls, code < 0 ? 0 : 1);
+        QCOMPARE(answer->code, code);
+        QCOMPARE(answer->content, code == 0 ? text : QString());
+        QCOMPARE(fast->calls, 1);
+        QCOMPARE(fast->content, QStringLiteral("fast"));
+        QCOMPARE(m_server->requests("/notice.txt").size(), requests);
+        for (const auto& request : m_server->requests("/notice.txt")) {
+            QCOMPARE(request.method, postData.isEmpty() ? QByteArray("GET") : QByteArray("POST"));
+            QCOMPARE(request.body, postData.toUtf8());
+            const QString head = query.isEmpty() ? "timestamp=" : query + "&timestamp=";
+            QVERIFY2(request.query.startsWith(head.toLatin1()), request.query.constData());
+            const qint64 late = request.query.mid(head.size()).toLongLong() - before; // in seconds
+            QVERIFY2(late >= 0 && late <= 5, request.query.constData());
+        }
     }
 
     void speedLimitHoldsThenPaces()
@@ -322,7 +407,7 @@ private slots:
         // whole file in memory while nothing is written.
         QTest::qWait(Timing::stallTimeoutMs() * 3 / 2);
         QCOMPARE(m_recorder.endings(), 0);
-        QCOMPARE(sizeOnDisk(a), qint64(0));
+        QCOMPARE(QFileInfo(a).size(), qint64(0));
         QVERIFY2(*peak > 0 && *peak <= kReadBufferCap, QByteArray::number(*peak));
 
         // 16000 KB/s stretches 33.9 MB over about two seconds: a few samples. A slow machine only
@@ -383,7 +468,6 @@ private:
         DownloadFileInfo file { name, m_dir->filePath("cache/" + name), data.size(),
             m_server->url('/' + name), md5Hex(data) };
         context().m_downloadFileList.append(file);
-        m_files.insert(file.localPath, data);
         return file.localPath;
     }
 
@@ -394,9 +478,9 @@ private:
         const DownloadCallbackInfo& info = m_recorder.last();
         QVERIFY(info.bComplete && !info.bError);
         qint64 expected = 0;
-        for (auto it = m_files.cbegin(); it != m_files.cend(); ++it) {
-            QCOMPARE(QFileUtils::GetFileMD5(it.key()), md5Hex(it.value()));
-            expected += it.value().size();
+        for (const DownloadFileInfo& file : context().m_downloadFileList) {
+            QCOMPARE(md5Hex(readFile(file.localPath)), file.md5);
+            expected += file.size;
         }
         QCOMPARE(info.receivedBytes, expected);
         QCOMPARE(info.percent, 1.0f);
@@ -407,9 +491,8 @@ private:
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<HttpTestServer> m_server;
-    std::shared_ptr<DownloadComponent> m_component;
+    const std::shared_ptr<DownloadComponent> m_component = GetDownloadComponent();
     Recorder m_recorder;
-    QMap<QString, QByteArray> m_files; // local path -> the bytes it must end with
 };
 
 CORE_TEST_CLASS(TestDownloaderManager)
