@@ -3,7 +3,9 @@
 #include <QTest>
 #include <QVector>
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 
 // Keeps a copy of every record a worker hands to its callback and tells when the job has ended.
 // isEnd decides which records are endings; by default those with bComplete set.
@@ -19,22 +21,20 @@ public:
     {
         return [this](Info& info) {
             m_reports.append(info);
-            if (m_isEnd(info))
-                ++m_endings;
+            m_endings += m_isEnd(info) ? 1 : 0;
         };
     }
 
     // Waits for the first ending, then a moment more so that a second one would be seen.
     bool waitForEnd(int timeoutMs = 30000)
     {
-        if (!QTest::qWaitFor([this] { return m_endings > 0; }, timeoutMs))
-            return false;
+        const bool ended = QTest::qWaitFor([this] { return m_endings > 0; }, timeoutMs);
         QTest::qWait(20);
-        return true;
+        return ended;
     }
 
-    // Registers the recorder with a component, lets start begin the job, waits for the end and
-    // unregisters again: true when the job ended exactly once.
+    // Registers with a component, lets start begin the job, waits for its end and unregisters again:
+    // true when the job ended exactly once.
     template <typename Component, typename Start> bool run(const Component& component, Start start)
     {
         component->RegistCallbackFunc(callback());
@@ -50,13 +50,10 @@ public:
     QVector<Info> progressReports() const
     {
         QVector<Info> progress;
-        for (const Info& info : m_reports) {
-            if (!m_isEnd(info))
-                progress.append(info);
-        }
+        std::copy_if(m_reports.cbegin(), m_reports.cend(), std::back_inserter(progress),
+            [this](const Info& info) { return !m_isEnd(info); });
         return progress;
     }
-
     // One field of every progress report, in order.
     template <typename T> QList<T> progress(T Info::*field) const
     {

@@ -1,11 +1,11 @@
 #include "HttpTestServer.h"
 
-#include <QCryptographicHash>
-#include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 namespace {
@@ -24,20 +24,20 @@ bool takeRequest(QByteArray& inbox, HttpTestServer::Request& request)
     if (headEnd < 0)
         return false;
     const QList<QByteArray> lines = inbox.left(headEnd).split('\n');
-    const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
     for (const QByteArray& line : lines.mid(1)) {
         const int colon = line.indexOf(':');
         request.headers.insert(line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed());
     }
-    const int bodyLength = request.header("content-length").toInt();
-    if (inbox.size() < headEnd + 4 + bodyLength)
+    const int end = headEnd + 4 + request.header("content-length").toInt();
+    if (inbox.size() < end)
         return false;
-    request.method = requestLine.at(0);
+    const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
     const QList<QByteArray> target = requestLine.value(1).split('?');
+    request.method = requestLine.at(0);
     request.path = target.at(0);
     request.query = target.value(1);
-    request.body = inbox.mid(headEnd + 4, bodyLength);
-    inbox.remove(0, headEnd + 4 + bodyLength);
+    request.body = inbox.mid(headEnd + 4, end - headEnd - 4);
+    inbox.remove(0, end);
     return true;
 }
 
@@ -66,11 +66,6 @@ HttpTestServer::HttpTestServer(QObject* parent)
     });
 }
 
-QString HttpTestServer::url(const QString& path) const
-{
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
-}
-
 void HttpTestServer::setListening(bool on)
 {
     if (!on)
@@ -79,24 +74,11 @@ void HttpTestServer::setListening(bool on)
         m_server->listen(QHostAddress::LocalHost, m_port);
 }
 
-QByteArray HttpTestServer::etagOf(const QByteArray& body)
-{
-    return '"' + QCryptographicHash::hash(body, QCryptographicHash::Md5).toHex().left(16) + '"';
-}
-
-void HttpTestServer::setRoute(
-    const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours)
-{
-    m_routes[path] = Route { body, behaviours, 0 };
-}
-
 QVector<HttpTestServer::Request> HttpTestServer::requests(const QByteArray& path) const
 {
     QVector<Request> matching;
-    for (const Request& request : m_requests) {
-        if (path.isEmpty() || request.path == path)
-            matching.append(request);
-    }
+    std::copy_if(m_requests.cbegin(), m_requests.cend(), std::back_inserter(matching),
+        [&](const Request& request) { return path.isEmpty() || request.path == path; });
     return matching;
 }
 
@@ -108,22 +90,20 @@ void HttpTestServer::answer(QTcpSocket* socket, const Request& request)
         = route.behaviours.value(qMin(route.served++, route.behaviours.size() - 1), { 404 });
     if (behaviour.silent)
         return;
-    if (!behaviour.redirectTo.isEmpty()) {
-        socket->write(statusHead(302, 0, "Location: " + behaviour.redirectTo + "\r\n"));
-        return;
-    }
-    if (behaviour.status != 200) {
-        socket->write(statusHead(behaviour.status, 7) + "failure");
+    if (!behaviour.redirectTo.isEmpty() || behaviour.status != 200) {
+        socket->write(behaviour.redirectTo.isEmpty()
+                ? statusHead(behaviour.status, 7) + "failure"
+                : statusHead(302, 0, "Location: " + behaviour.redirectTo + "\r\n"));
         return;
     }
 
-    const qint64 size = route.body.size();
     // The client only ever asks for "bytes=N-".
     const QByteArray range = request.header("range");
     const QByteArray etag = etagOf(route.body);
     const QByteArray ifRange = request.header("if-range");
     const bool ranged
         = behaviour.honourRange && range.startsWith("bytes=") && (ifRange.isEmpty() || ifRange == etag);
+    const qint64 size = route.body.size();
     const qint64 start = ranged ? range.mid(6).chopped(1).toLongLong() : 0;
     QByteArray extra = "Accept-Ranges: bytes\r\nETag: " + etag + "\r\n";
     if (ranged)
@@ -131,20 +111,17 @@ void HttpTestServer::answer(QTcpSocket* socket, const Request& request)
             + '/' + QByteArray::number(size) + "\r\n";
     socket->write(statusHead(ranged ? 206 : 200, size - start, extra));
 
-    QByteArray body = route.body.mid(int(start));
     const qint64 faultAt = behaviour.cutAfter >= 0 ? behaviour.cutAfter : behaviour.stallAfter;
-    const bool fault = faultAt >= 0 && faultAt < body.size();
-    if (fault)
-        body.truncate(int(faultAt));
-    send(socket, body, behaviour, fault && behaviour.cutAfter >= 0);
+    const bool fault = faultAt >= 0 && faultAt < size - start;
+    send(socket, route.body.mid(int(start), fault ? int(faultAt) : -1), behaviour,
+        fault && behaviour.cutAfter >= 0);
 }
 
 void HttpTestServer::send(QTcpSocket* socket, QByteArray rest, const Behaviour& behaviour, bool cutAtEnd)
 {
     if (socket->state() != QAbstractSocket::ConnectedState)
         return;
-    const int chunk
-        = behaviour.chunkSize > 0 ? int(qMin<qint64>(behaviour.chunkSize, rest.size())) : rest.size();
+    const int chunk = behaviour.chunkSize > 0 ? int(behaviour.chunkSize) : rest.size();
     socket->write(rest.left(chunk));
     rest.remove(0, chunk);
     if (!rest.isEmpty())

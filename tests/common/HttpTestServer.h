@@ -1,10 +1,8 @@
 #pragma once
 
-#include <QByteArray>
+#include <QCryptographicHash>
 #include <QMap>
-#include <QMetaType>
 #include <QObject>
-#include <QString>
 #include <QVector>
 
 class QTcpServer;
@@ -44,13 +42,22 @@ public:
 
     explicit HttpTestServer(QObject* parent = nullptr);
 
-    QString url(const QString& path) const;
+    QString url(const QString& path) const
+    {
+        return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
+    }
     // A server that is down refuses connections; up again, it listens on the same port.
     void setListening(bool on);
-    static QByteArray etagOf(const QByteArray& body);
+    static QByteArray etagOf(const QByteArray& body)
+    {
+        return '"' + QCryptographicHash::hash(body, QCryptographicHash::Md5).toHex().left(16) + '"';
+    }
     // The n-th request of the path gets behaviours[n]; the last one holds for all later requests.
     void setRoute(
-        const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} });
+        const QByteArray& path, const QByteArray& body, const QVector<Behaviour>& behaviours = { {} })
+    {
+        m_routes[path] = Route { body, behaviours, 0 };
+    }
     // All requests, or those of one path, in the order they arrived.
     QVector<Request> requests(const QByteArray& path = QByteArray()) const;
 

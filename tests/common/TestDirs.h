@@ -9,11 +9,7 @@
 class ScopedWorkingDir
 {
 public:
-    ScopedWorkingDir()
-        : m_previous(QDir::currentPath())
-    {
-        QDir::setCurrent(m_dir.path());
-    }
+    ScopedWorkingDir() { QDir::setCurrent(m_dir.path()); }
     ~ScopedWorkingDir() { QDir::setCurrent(m_previous); }
 
     QString path() const { return m_dir.path(); }
@@ -21,5 +17,5 @@ public:
 
 private:
     QTemporaryDir m_dir;
-    QString m_previous;
+    QString m_previous = QDir::currentPath();
 };

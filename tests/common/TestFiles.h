@@ -1,13 +1,10 @@
 #pragma once
 
-#include <QByteArray>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
 #include <QMap>
-#include <QString>
 
 // Files and data for tests: reproducible bytes, whole-file writes and reads, MD5 texts.
 namespace TestFiles {
@@ -48,19 +45,17 @@ using Tree = QMap<QString, QByteArray>;
 
 inline bool writeTree(const QString& root, const Tree& files)
 {
-    for (auto it = files.cbegin(); it != files.cend(); ++it) {
-        if (!writeFile(root + QLatin1Char('/') + it.key(), it.value()))
-            return false;
-    }
-    return true;
+    bool written = true;
+    for (auto it = files.cbegin(); it != files.cend(); ++it)
+        written = written && writeFile(root + QLatin1Char('/') + it.key(), it.value());
+    return written;
 }
 
 // The MD5 of every file below root (hidden ones included), by relative path.
 inline QMap<QString, QString> md5Tree(const QString& root)
 {
     QMap<QString, QString> sums;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
+    for (QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
         const QString path = it.next();
         sums.insert(QDir(root).relativeFilePath(path), md5Hex(readFile(path)));
     }

@@ -10,15 +10,10 @@
 namespace TestRegistry {
 
 using Factory = std::function<QObject*()>;
-
 std::vector<Factory>& factories();
-
-struct Registrar
-{
-    explicit Registrar(Factory factory) { factories().push_back(std::move(factory)); }
-};
 
 } // namespace TestRegistry
 
 #define CORE_TEST_CLASS(Class)                                                                               \
-    static TestRegistry::Registrar s_registrar_##Class([]() -> QObject* { return new Class; });
+    [[maybe_unused]] static const bool s_registered_##Class                                                  \
+        = (TestRegistry::factories().push_back([]() -> QObject* { return new Class; }), true);
