@@ -101,8 +101,8 @@ void HttpTestServer::answer(QTcpSocket* socket, const Request& request)
     const QByteArray range = request.header("range");
     const QByteArray etag = etagOf(route.body);
     const QByteArray ifRange = request.header("if-range");
-    const bool ranged
-        = behaviour.honourRange && range.startsWith("bytes=") && (ifRange.isEmpty() || ifRange == etag);
+    const bool ranged = behaviour.honourRange && range.startsWith("bytes=")
+        && (!behaviour.honourIfRange || ifRange.isEmpty() || ifRange == etag);
     const qint64 size = route.body.size();
     const qint64 start = ranged ? range.mid(6).chopped(1).toLongLong() : 0;
     QByteArray extra = "Accept-Ranges: bytes\r\nETag: " + etag + "\r\n";

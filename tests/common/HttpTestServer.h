@@ -26,6 +26,7 @@ public:
         qint64 cutAfter = -1; // after this many body bytes, close the connection
         qint64 stallAfter = -1; // after this many body bytes, keep the connection open and silent
         bool honourRange = true;
+        bool honourIfRange = true; // false: a range is served from whatever copy there is now
         QByteArray redirectTo; // answer 302 with this location
     };
 

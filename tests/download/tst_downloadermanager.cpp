@@ -180,7 +180,7 @@ private slots:
         QTest::addColumn<bool>("fresh");
         QTest::addColumn<int>("localSize"); // -1: no local file
         QTest::addColumn<int>("copy"); // its validator: 0 none, 1 the server's, 2 an older copy's
-        QTest::addColumn<QString>("served"); // "", "ignore range", "redirect", "longer"
+        QTest::addColumn<QString>("served"); // "", "ignore range", "ignore if-range", "redirect", "longer"
         QTest::addColumn<int>("offset"); // asked for with "Range"; -1: the file must not be requested
         QTest::addColumn<int>("limitKb"); // 0: no speed limit
 
@@ -191,6 +191,8 @@ private slots:
         QTest::newRow("fresh start, partial file") << true << 12345 << 1 << "" << 0 << 0;
         // The server's copy is not the one the partial came from: the whole new file, not a splice.
         QTest::newRow("server's copy changed") << false << 12345 << 2 << "" << 12345 << 0;
+        // Honouring Range but not If-Range, the server sends the new copy's tail: asked again whole.
+        QTest::newRow("server ignores If-Range") << false << 12345 << 2 << "ignore if-range" << 12345 << 0;
         QTest::newRow("server ignores Range") << false << 12345 << 1 << "ignore range" << 12345 << 0;
         QTest::newRow("behind a redirect") << false << 12345 << 1 << "redirect" << 12345 << 0;
         QTest::newRow("server's file longer") << false << 12345 << 1 << "longer" << 12345 << 0;
@@ -216,6 +218,7 @@ private slots:
         addFile("other.pak", patternBytes(7000, 22));
         Behaviour behaviour;
         behaviour.honourRange = served != "ignore range";
+        behaviour.honourIfRange = served != "ignore if-range";
         const QByteArray body = served == "longer" ? data + "surplus" : data;
         m_server->setRoute("/game.pak", body, { behaviour });
         if (served == "redirect") {
@@ -238,7 +241,10 @@ private slots:
             m_component->ResumeDownload(context());
         verifyCompleted();
         const auto requests = m_server->requests("/game.pak");
-        QCOMPARE(requests.size(), offset < 0 ? 0 : 1);
+        const bool askedAgain = served == "ignore if-range";
+        QCOMPARE(requests.size(), offset < 0 ? 0 : askedAgain ? 2 : 1);
+        if (askedAgain)
+            QCOMPARE(requests.at(1).header("range"), QByteArray("bytes=0-"));
         if (offset >= 0) {
             QCOMPARE(requests.at(0).header("range"), "bytes=" + QByteArray::number(offset) + '-');
             QCOMPARE(requests.at(0).header("if-range"), copy > 0 && !fresh ? validator : QByteArray());
