@@ -1,6 +1,6 @@
 #include "files/QFileUtils.h"
+#include "files/Md5Hasher.h"
 
-#include <QCryptographicHash>
 #include <QDebug>
 #include <QDir>
 #include <QDirIterator>
@@ -339,7 +339,7 @@ QString GetFileMD5(const QString& path)
     // Large enough that a big file costs few system calls, small enough to stay in the CPU's cache.
     constexpr qint64 kBlock = 65536;
     const std::unique_ptr<char[]> block(new char[kBlock]);
-    QCryptographicHash hash(QCryptographicHash::Md5);
+    Md5Hasher hash;
     const qint64 total = info.size();
     qint64 remaining = total;
     qint64 done = 0;
@@ -347,7 +347,7 @@ QString GetFileMD5(const QString& path)
         const qint64 n = file.read(block.get(), qMin(remaining, kBlock));
         if (n <= 0)
             break; // the file shrank under us: hash what was there
-        hash.addData(block.get(), static_cast<int>(n));
+        hash.addData(block.get(), n);
         done += n;
         remaining -= n;
     }

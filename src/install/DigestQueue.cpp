@@ -1,6 +1,6 @@
 #include "install/DigestQueue.h"
 
-#include "install/Md5Hasher.h"
+#include "files/Md5Hasher.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -3,7 +3,7 @@
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
 #include "install/DigestQueue.h"
-#include "install/Md5Hasher.h"
+#include "files/Md5Hasher.h"
 #include "log/Logger.h"
 
 #include <QDebug>

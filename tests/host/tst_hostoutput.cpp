@@ -10,10 +10,10 @@ using Morvantix::ManifestFileMap;
 
 namespace {
 
-ManifestFileMap files(const QString& spec) // "path:md5:size ..."
+ManifestFileMap files(const QString& entries) // "path:md5:size ..."
 {
     ManifestFileMap map;
-    for (const QString& item : spec.split(' ', Qt::SkipEmptyParts)) {
+    for (const QString& item : entries.split(' ', Qt::SkipEmptyParts)) {
         const QStringList f = item.split(':');
         map.insert(f[0], { f[0], f[1], f[2].toULongLong() });
     }

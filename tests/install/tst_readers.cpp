@@ -2,7 +2,7 @@
 #include "TestRegistry.h"
 
 #include "install/ManifestFileInfo.h"
-#include "install/Md5Hasher.h"
+#include "files/Md5Hasher.h"
 #include "install/PatchInfo.h"
 
 #include <QCryptographicHash>

@@ -3,10 +3,10 @@
 #include <QByteArray>
 #include <QtGlobal>
 
-// MD5 over a stream of bytes, for the verifier, which spends nearly all its time hashing: the same
-// digest as QCryptographicHash, some 15% faster, since each step adds its message word and constant
-// before the round function is known and splits the second round's function into two additions,
-// so that fewer operations wait on one another. Internal to the library.
+// MD5 over a stream of bytes, for every file digest of the library (the verifier spends nearly all
+// its time hashing): the same digest as QCryptographicHash, some 15% faster, since each step adds
+// its message word and constant before the round function is known and splits the second round's
+// function into two additions, so that fewer operations wait on one another. Internal to the library.
 class Md5Hasher
 {
 public:

@@ -1,4 +1,4 @@
-#include "install/Md5Hasher.h"
+#include "files/Md5Hasher.h"
 
 #include <QtEndian>
 
