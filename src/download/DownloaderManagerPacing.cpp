@@ -33,6 +33,10 @@ void DownloaderManager::SetSpeedLimit()
 {
     ClearRecordSpeed();
     PrivateSetSpeedLimit();
+    // The new limit applies from now on: time that passed under the old one must not become a
+    // burst under the new one at the next pass.
+    if (m_transferClock.isValid())
+        m_lastTransferMs = m_transferClock.elapsed();
 }
 
 void DownloaderManager::ClearRecordSpeed()

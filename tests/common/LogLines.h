@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QLoggingCategory>
 #include <QMutex>
 #include <QStringList>
 
@@ -11,6 +12,8 @@ class LogLines
 public:
     LogLines()
     {
+        m_debugWasOn = QLoggingCategory::defaultCategory()->isDebugEnabled();
+        QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
         QMutexLocker lock(&s_mutex);
         s_lines.clear();
         m_previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
@@ -18,7 +21,11 @@ public:
             s_lines.append(text);
         });
     }
-    ~LogLines() { qInstallMessageHandler(m_previous); }
+    ~LogLines()
+    {
+        qInstallMessageHandler(m_previous);
+        QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, m_debugWasOn);
+    }
     LogLines(const LogLines&) = delete;
     LogLines& operator=(const LogLines&) = delete;
 
@@ -42,4 +49,5 @@ private:
     static inline QMutex s_mutex;
     static inline QStringList s_lines;
     QtMessageHandler m_previous = nullptr;
+    bool m_debugWasOn = true;
 };

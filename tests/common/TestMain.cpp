@@ -1,6 +1,7 @@
 #include "TestRegistry.h"
 
 #include <QApplication>
+#include <QLoggingCategory>
 #include <QTest>
 
 #include <memory>
@@ -19,6 +20,11 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
+    // Under CTest the library's trace lines would bury the one line that says what failed (a log
+    // shown in part may end before it); run a test program by hand to see them. LogLines turns them
+    // back on while it collects.
+    if (!qEnvironmentVariableIsEmpty("CORE_TEST_QUIET"))
+        QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     const QByteArrayList optionsWithValue { "-o", "-maxwarnings", "-eventdelay", "-keydelay", "-mousedelay",
         "-seed", "-platform" };
     int failures = 0;
