@@ -456,7 +456,9 @@ private slots:
         busy.start(5);
         QVERIFY(m_recorder.waitForEnd(15000));
         QVERIFY(m_recorder.last().bComplete);
-        QVERIFY2(*peak > 0 && *peak <= kReadBufferCap, QByteArray::number(*peak));
+        // When the response ends, the network layer hands over the one read it still holds whatever
+        // the cap, and that read is capped as well: twice the cap at most, never the file.
+        QVERIFY2(*peak > 0 && *peak <= 2 * kReadBufferCap, QByteArray::number(*peak));
     }
 
 private:
