@@ -14,10 +14,11 @@
 namespace {
 constexpr int kTransferTickMs = 5;
 // Read buffers of the replies without a limit: each holds at most 4 MiB, and all of them together
-// 16 MiB. Unbounded, the replies pile up hundreds of MiB when the disk falls behind, and the network
-// thread then spends its time on fresh pages instead of on the socket; much smaller (1 MiB), and
-// the network thread waits on the event loop between passes. The network layer keeps about as much
-// again on its side, hence the shared bound for five transfers.
+// 16 MiB (as a response ends, the network layer adds the one capped read it still holds). Unbounded, the
+// replies pile up hundreds of MiB when the disk falls behind, and the network thread then spends its time on
+// fresh pages instead of on the socket; much smaller (1 MiB), and the network thread waits on the event loop
+// between passes. The network layer keeps about as much again on its side, hence the shared bound for five
+// transfers.
 constexpr qint64 kUnlimitedReadBuffer = 4 * 1024 * 1024;
 constexpr qint64 kUnlimitedReadBuffers = 16 * 1024 * 1024;
 // One pass never releases more than a second's worth, however long the event loop was away.
