@@ -328,30 +328,12 @@ unsigned int GetFileCRC32(const QString& path)
 
 QString GetFileMD5(const QString& path)
 {
-    QFile file(path);
-    const QFileInfo info(path);
-    // Unbuffered: every block goes straight from the system into the hash, without a second copy
-    // through the device buffer.
-    if (path.isEmpty() || !info.isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        qDebug() << path << " open error.";
-        return QString();
-    }
     // Large enough that a big file costs few system calls, small enough to stay in the CPU's cache.
-    constexpr qint64 kBlock = 65536;
-    const std::unique_ptr<char[]> block(new char[kBlock]);
-    Md5Hasher hash;
-    const qint64 total = info.size();
-    qint64 remaining = total;
-    qint64 done = 0;
-    while (done < total && remaining > 0) {
-        const qint64 n = file.read(block.get(), qMin(remaining, kBlock));
-        if (n <= 0)
-            break; // the file shrank under us: hash what was there
-        hash.addData(block.get(), n);
-        done += n;
-        remaining -= n;
-    }
-    return QString::fromLatin1(hash.result().toHex());
+    QByteArray block(65536, Qt::Uninitialized);
+    const QString digest = Md5Hasher::hexDigestOfFile(path, block);
+    if (digest.isEmpty())
+        qDebug() << path << " open error.";
+    return digest;
 }
 
 QByteArray ReadBytes(const QString& path)

@@ -2,8 +2,6 @@
 
 #include "files/Md5Hasher.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QMutex>
 #include <QRunnable>
 #include <QThread>
@@ -25,27 +23,6 @@ constexpr qint64 kReadSize = 256 * 1024;
 // A second worker puts a second core to the hashing; more would mostly make a spinning disk seek
 // between files, and on a cold disk reading, not hashing, sets the pace.
 constexpr int kMaxWorkers = 2;
-
-QString md5OfFile(const QString& path, QByteArray& buffer, const std::atomic<bool>& stop)
-{
-    if (path.isEmpty())
-        return QString();
-    // Asked first, so that a pipe or a device in the folder is never opened (a pipe would block).
-    const QFileInfo info(path);
-    QFile file(path);
-    if (!info.isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return QString();
-    Md5Hasher hash;
-    qint64 remaining = info.size();
-    while (remaining > 0 && !stop.load(std::memory_order_relaxed)) {
-        const qint64 n = file.read(buffer.data(), qMin(remaining, kReadSize));
-        if (n <= 0)
-            break;
-        hash.addData(buffer.constData(), n);
-        remaining -= n;
-    }
-    return QString::fromLatin1(hash.result().toHex());
-}
 
 } // namespace
 
@@ -83,7 +60,7 @@ void DigestQueue::State::work()
                 return;
             index = claimed++;
         }
-        QString digest = md5OfFile(paths.at(index), buffer, stop);
+        QString digest = Md5Hasher::hexDigestOfFile(paths.at(index), buffer, &stop);
         QMutexLocker lock(&mutex);
         digests[size_t(index % kWindow)] = std::move(digest);
         ready[size_t(index % kWindow)] = true;

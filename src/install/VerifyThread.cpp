@@ -1,9 +1,9 @@
 #include "install/VerifyThread.h"
 
+#include "files/Md5Hasher.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
 #include "install/DigestQueue.h"
-#include "files/Md5Hasher.h"
 #include "log/Logger.h"
 
 #include <QDebug>
