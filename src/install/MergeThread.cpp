@@ -61,12 +61,8 @@ bool CanRunAlongside(const MergeTask& first, const MergeTask& second)
     const QFileInfo b(second.oldPath);
     if (!a.isFile() || !b.isFile())
         return false;
-#ifdef Q_OS_WIN
-    const Qt::CaseSensitivity cs = Qt::CaseInsensitive;
-#else
-    const Qt::CaseSensitivity cs = Qt::CaseSensitive;
-#endif
-    return a.canonicalFilePath().compare(b.canonicalFilePath(), cs) != 0;
+    // For two files, "inside" can only mean the same path, with the platform's regard for case.
+    return !SafePath::IsInsideFolder(a.canonicalFilePath(), b.canonicalFilePath());
 }
 
 } // namespace
