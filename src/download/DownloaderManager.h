@@ -46,12 +46,15 @@ public:
     void SetSpeedLimit();
 
     void ClearContentVector();
-    void GetContentByUrl(
-        QString url, std::function<void(const QString&, int)> callback, const QString& postData, bool sync);
+    // maxBytes: the fetch fails with ContentTooLarge, without retries, once more has arrived.
+    void GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+        const QString& postData, bool sync, qint64 maxBytes = -1);
     void GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback);
     void GetHeaderByUrl(
         QString url, const QSet<QString>& keys, std::function<void(const QMap<QString, QString>&)> callback);
     void PrivateGetContentByUrl(int index);
+    bool IsOverContentCap(int index, qint64 bytes) const;
+    void RefuseOversizedContent(int index);
 
 public slots:
     void transfer();

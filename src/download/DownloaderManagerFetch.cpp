@@ -84,8 +84,8 @@ void DownloaderManager::ClearContentVector()
     m_contentList.clear();
 }
 
-void DownloaderManager::GetContentByUrl(
-    QString url, std::function<void(const QString&, int)> callback, const QString& postData, bool sync)
+void DownloaderManager::GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+    const QString& postData, bool sync, qint64 maxBytes)
 {
     qDebug() << "url " << url;
     ClearContentVector();
@@ -101,6 +101,7 @@ void DownloaderManager::GetContentByUrl(
     slot.timer->setSingleShot(true);
     slot.bUsed = true;
     slot.bSync = sync;
+    slot.maxBytes = maxBytes;
     const int index = slot.index;
     connect(slot.timer, &QTimer::timeout, this, [this, index] { ContentAttemptTimedOut(index); });
     m_contentList.append(slot);
@@ -134,9 +135,19 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     slot.timer->start(Morvantix::Timing::fetchAttemptMs());
     slot.bTimeout = false;
 
+    connect(reply, &QNetworkReply::metaDataChanged, this, [this, index, reply] {
+        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (length.isValid() && IsOverContentCap(index, length.toLongLong()))
+            RefuseOversizedContent(index);
+    });
     connect(reply, &QNetworkReply::readyRead, this, [this, index, reply] {
         const QByteArray pending = reply->peek(reply->bytesAvailable());
-        m_contentList[index].content += QString::fromUtf8(reply->read(completeUtf8Length(pending)));
+        const QByteArray whole = reply->read(completeUtf8Length(pending));
+        ContentRequest& slot = m_contentList[index];
+        slot.receivedBytes += whole.size();
+        if (IsOverContentCap(index, slot.receivedBytes))
+            return RefuseOversizedContent(index);
+        slot.content += QString::fromUtf8(whole);
     });
     connect(reply, &QNetworkReply::finished, this, [this, index] { ContentAttemptFinished(index); });
     if (!slot.bSync)
@@ -164,13 +175,39 @@ void DownloaderManager::ContentAttemptTimedOut(int index)
         index, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"), QString());
 }
 
+bool DownloaderManager::IsOverContentCap(int index, qint64 bytes) const
+{
+    const ContentRequest& slot = m_contentList.at(index);
+    return slot.maxBytes >= 0 && bytes > slot.maxBytes;
+}
+
+void DownloaderManager::RefuseOversizedContent(int index)
+{
+    ContentRequest& slot = m_contentList[index];
+    if (!slot.reply)
+        return;
+    Logger::LogInfo(QStringLiteral("Downloader"),
+        QStringLiteral("content from %1 is larger than %2 bytes; stopped")
+            .arg(slot.url.toString())
+            .arg(slot.maxBytes));
+    slot.ReleaseReply();
+    slot.content.clear();
+    // Asking again would fetch the same oversized document.
+    slot.retryCount = m_maxTimeoutRetry + 1;
+    CompleteContentAttempt(index, Morvantix::ContentTooLarge, QStringLiteral("content too large"), QString());
+}
+
 void DownloaderManager::ContentAttemptFinished(int index)
 {
     ContentRequest& slot = m_contentList[index];
     QNetworkReply* reply = slot.reply;
     if (!reply)
         return;
-    slot.content += QString::fromUtf8(reply->readAll());
+    const QByteArray rest = reply->readAll();
+    slot.receivedBytes += rest.size();
+    if (IsOverContentCap(index, slot.receivedBytes))
+        return RefuseOversizedContent(index);
+    slot.content += QString::fromUtf8(rest);
     const int error = reply->error();
     const QString errorString = reply->errorString();
     const QList<QNetworkReply::RawHeaderPair> headers = reply->rawHeaderPairs();

@@ -108,9 +108,18 @@ private slots:
         QTest::addRow("no pak clean-up after a failure") << VerifyRow { false, { "KX/Content/Paks/x.pak=x" },
             { entry("a", "A") }, 0, true, {}, true, seed, { "KX/Content/Paks/x.pak" }, {} };
         QTest::addRow("pak clean-up stays out of a linked folder") << VerifyRow { false,
-            { "a=A", "../out/victim.pak=v", "KX/Content/Paks/linked->../out", "KX/Content/Paks/x.pak=x" },
-            { entry("a", "A") }, 0, true, { 1 }, false, seed,
+            { "KX/Content/Paks/a.pak=A", "../out/victim.pak=v", "KX/Content/Paks/linked->../out",
+                "KX/Content/Paks/x.pak=x" },
+            { entry("KX/Content/Paks/a.pak", "A") }, 0, true, { 1 }, false, seed,
             { "../out/victim.pak", "!KX/Content/Paks/x.pak" }, {} };
+        // A list that names no pak is not the game's own (an error page served in its place, a list
+        // cut short): its entries may even pass, as a missing file and an empty MD5 agree.
+        QTest::addRow("a list naming no pak deletes no pak")
+            << VerifyRow { false, { "a=A", "KX/Content/Paks/x.pak=x" }, { entry("a", "A") }, 0, true, { 1 },
+                   false, seed, { "KX/Content/Paks/x.pak" }, { "the manifest names no pak" } };
+        QTest::addRow("an error page for a list deletes no pak") << VerifyRow { false,
+            { "KX/Content/Paks/x.pak=x" }, { "<html><body>404 Not Found</body></html>" }, 0, true, { 1 },
+            false, seed, { "KX/Content/Paks/x.pak" }, { "the manifest names no pak" } };
         QTest::addRow("paths leaving the folder fail unopened") << VerifyRow { false, { "a=A", "../out=O" },
             { entry("../out", "O"), entry("..\\out", "O"), entry("<root>/out", "O"),
                 entry("s/../../out", "O"), entry("a", "A") },

@@ -5,6 +5,12 @@ QString StageName(Stage stage)
     switch (stage) {
     case Stage::Settings:
         return QStringLiteral("settings");
+    case Stage::Lock:
+        return QStringLiteral("lock");
+    case Stage::Record:
+        return QStringLiteral("record");
+    case Stage::Swap:
+        return QStringLiteral("swap");
     case Stage::Server:
         return QStringLiteral("server");
     case Stage::Plan:

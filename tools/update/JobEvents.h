@@ -12,6 +12,8 @@
 enum class Stage
 {
     Settings, // reading the settings and the install folder
+    Lock, // taking the install folder for this run
+    Record, // writing the settings: the version reached, the work pending
     Server, // fetching the server's documents
     Plan, // deciding what to do; a server document refused
     Space, // free space against what a step needs
@@ -20,6 +22,7 @@ enum class Stage
     Unpack,
     Check, // no game file in use
     Merge,
+    Swap, // a full package unpacked beside the game put in its place
     VerifyGame,
     RepairDownload,
     RepairCopy,

@@ -81,7 +81,7 @@ void StageRunner::reportFraction(double fraction, qint64 totalBytes)
     report(fraction, done, totalBytes, speed, left);
 }
 
-void StageRunner::fetch(const QString& url, std::function<void(const QString&, int)> done)
+void StageRunner::fetch(const QString& url, qint64 maxBytes, std::function<void(const QString&, int)> done)
 {
     const quint64 generation = begin(Stage::Server);
     GetDownloadComponent()->GetContentByUrl(
@@ -92,7 +92,7 @@ void StageRunner::fetch(const QString& url, std::function<void(const QString&, i
                     done(text, code);
             });
         },
-        QString(), false);
+        QString(), false, maxBytes);
 }
 
 void StageRunner::download(Stage stage, std::function<void(const DownloadCallbackInfo&)> done)

@@ -25,7 +25,8 @@ public:
     // KB/s for the downloads that follow; -1 for none.
     void setDownloadLimit(int kbps) { m_limitKBps = kbps; }
 
-    void fetch(const QString& url, std::function<void(const QString& text, int code)> done);
+    // maxBytes: the document's cap; a larger one ends with code ContentTooLarge.
+    void fetch(const QString& url, qint64 maxBytes, std::function<void(const QString& text, int code)> done);
     void download(Stage stage, std::function<void(const Morvantix::DownloadCallbackInfo&)> done);
     void pauseDownload();
     // totalBytes: what the job hashes, to show progress in bytes.

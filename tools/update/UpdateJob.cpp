@@ -1,13 +1,19 @@
 #include "UpdateJob.h"
 
+#include "Boundary.h"
 #include "DiskSpace.h"
+#include "FolderSwap.h"
 #include "HumanText.h"
+#include "InstallLock.h"
 #include "RepairJob.h"
+#include "ShownText.h"
 #include "StageRunner.h"
 
 #include "core/ComponentAccessors.h"
 #include "core/Constants.h"
 #include "core/CoreSystem.h"
+#include "core/DocumentCaps.h"
+#include "core/ErrorCode.h"
 #include "core/GlobalVar.h"
 #include "core/SerializeComponent.h"
 #include "files/QFileUtils.h"
@@ -24,6 +30,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 
 using namespace Morvantix;
 
@@ -68,7 +75,9 @@ void UpdateJob::start()
 {
     Global::Var::Host = m_options.serverUrl;
     Global::Var::HostAndChannel = m_options.serverUrl;
-    if (readSettings())
+    if (!m_options.bDryRun && !takeLock())
+        return;
+    if (readSettings() && finishInterruptedSwap())
         fetchInfo();
 }
 
@@ -92,6 +101,23 @@ void UpdateJob::interrupt()
 
 // --- Settings and server documents ---
 
+bool UpdateJob::takeLock()
+{
+    m_stage = Stage::Lock;
+    if (!QDir().mkpath(m_options.folder)) {
+        fail(Stage::Settings, 0, QStringLiteral("cannot create the install folder %1").arg(m_options.folder));
+        return false;
+    }
+    m_lock = std::make_unique<InstallLock>(m_options.folder);
+    if (m_lock->tryLock())
+        return true;
+    fail(Stage::Lock, 0,
+        QStringLiteral("another run is working in %1: %2; try again when it has ended")
+            .arg(m_options.folder, m_lock->holder()),
+        m_lock->filePath());
+    return false;
+}
+
 bool UpdateJob::readSettings()
 {
     m_stage = Stage::Settings;
@@ -106,6 +132,7 @@ bool UpdateJob::readSettings()
         setting.limitSpeed = -1;
     }
     m_storedLimit = setting.limitSpeed;
+    m_pending = bHaveFile ? ReadPendingWork(*serializer) : PendingWork::None;
 
     const QString recorded = bHaveFile ? serializer->GetValueByKey(constant(Const::InstallPath)) : QString();
     if (!recorded.isEmpty() && QDir::cleanPath(recorded) != m_options.folder
@@ -118,6 +145,7 @@ bool UpdateJob::readSettings()
         setting.transitionGameVersion.clear();
         setting.targetGameVersion.clear();
         setting.currentStage = constant(Const::InitStage);
+        m_pending = PendingWork::None;
     }
     setting.installPath = m_options.folder;
     setting.gamePath = QFileUtils::CombinePath(m_options.folder, constant(Const::GameFolderName));
@@ -130,33 +158,104 @@ bool UpdateJob::readSettings()
 
     if (m_options.bDryRun)
         return true;
-    if (!QDir().mkpath(m_options.folder)) {
-        fail(Stage::Settings, 0, QStringLiteral("cannot create the install folder %1").arg(m_options.folder));
-        return false;
-    }
-    saveSettings();
-    return true;
+    // Written before anything else happens: a run that could not record what it did would start
+    // from the beginning every time, wiping what the last one installed.
+    return saveSettings();
 }
 
-void UpdateJob::saveSettings()
+bool UpdateJob::saveSettings()
 {
     if (m_options.bDryRun)
-        return;
+        return true;
     // --limit holds for this run only; the settings keep the player's own limit.
     UpdateSetting setting = m_ctx->m_updateSetting;
     setting.limitSpeed = m_storedLimit;
-    GetSerializeComponent()->SaveSetting(setting);
+    auto serializer = GetSerializeComponent();
+    // The version before the pending work: a run stopped between the two writes finds a swap still
+    // pending, which it recognises as done, rather than a version it has not reached.
+    if (serializer->SaveSetting(setting) && WritePendingWork(*serializer, m_pending))
+        return true;
+    const QString file = QDir(m_settingsFolder).filePath(constant(Const::ConfigFileName));
+    const DiskSpace::Volume volume = DiskSpace::VolumeOf(m_settingsFolder);
+    if (volume.availableBytes == 0)
+        fail(Stage::Space, 0, QStringLiteral("no disk space left on %1 to write %2").arg(volume.root, file),
+            file);
+    else
+        fail(Stage::Record, 0,
+            QStringLiteral("cannot write the settings %1 (read-only, or not a file); nothing was changed "
+                           "after the last recorded step")
+                .arg(file),
+            file);
+    return false;
+}
+
+// A full package that was unpacked beside the game when the last run stopped is put in place before
+// anything else: the game folder must hold the version the settings name.
+bool UpdateJob::finishInterruptedSwap()
+{
+    if (m_pending != PendingWork::Swap || m_options.bDryRun)
+        return true;
+    UpdateSetting& setting = m_ctx->m_updateSetting;
+    startStage(Stage::Swap, setting.gamePath);
+    const QString error = FolderSwap::Finish(setting.gamePath);
+    if (!error.isEmpty()) {
+        fail(Stage::Swap, 0, error, setting.gamePath);
+        return false;
+    }
+    emit noticed(QStringLiteral("version %1, unpacked by a run that was stopped, is now in place")
+                     .arg(setting.targetGameVersion));
+    setting.currentGameVersion = setting.targetGameVersion;
+    setting.transitionGameVersion.clear();
+    setting.currentStage = constant(Const::InitStage);
+    setting.bPatchFinished = true;
+    m_pending = PendingWork::Verify;
+    if (!saveSettings())
+        return false;
+    FolderSwap::RemoveLeftovers(setting.gamePath);
+    pruneCache();
+    m_summary.installedVersion = setting.currentGameVersion;
+    m_summary.version = setting.currentGameVersion;
+    return true;
+}
+
+bool UpdateJob::documentTooLarge(int code, const QString& name, qint64 cap)
+{
+    if (code != ContentTooLarge)
+        return false;
+    fail(Stage::Plan, code,
+        QStringLiteral("the server's %1 is larger than %2; refused").arg(name, QtUtil::FormatSize(cap)));
+    return true;
+}
+
+void UpdateJob::upToDate(const QString& version)
+{
+    // Nothing in the cache serves a step any more (a run stopped after recording its last one).
+    if (!m_options.bDryRun) {
+        m_ctx->m_downloadFileList.clear();
+        pruneCache();
+    }
+    if (m_pending != PendingWork::Verify)
+        return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(version));
+    // The settings name this version, but a run that changed the game folder was stopped before it
+    // had verified it.
+    emit noticed(QStringLiteral("the last run was stopped before version %1 was verified; verifying now")
+                     .arg(version));
+    m_summary.version = version;
+    m_newest = version;
+    fetchManifests({ version }, [this] { verifyGame(); });
 }
 
 void UpdateJob::fetchInfo()
 {
     startStage(Stage::Server, Global::Var::InfoName);
     m_stages->fetch(QFileUtils::CombinePath(m_options.serverUrl, Global::Var::InfoName),
-        [this](const QString& text, int code) { onInfo(text, code); });
+        DocumentCaps::RemoteInfoBytes, [this](const QString& text, int code) { onInfo(text, code); });
 }
 
 void UpdateJob::onInfo(const QString& text, int code)
 {
+    if (documentTooLarge(code, Global::Var::InfoName, DocumentCaps::RemoteInfoBytes))
+        return;
     if (code != 0)
         return fail(Stage::Server, code,
             QStringLiteral("cannot read %1 from %2 (network error %3)")
@@ -165,12 +264,13 @@ void UpdateJob::onInfo(const QString& text, int code)
     SolveRemoteInfo(text, *m_ctx);
     const RemoteInfo& info = m_ctx->m_remoteInfo;
     if (!info.m_maintainContent.isEmpty() || !info.m_maintainStart.isEmpty()) {
-        emit noticed(QStringLiteral("maintenance %1: %2 %3")
-                         .arg(info.m_maintainStart, info.m_maintainContent, info.m_maintainLink)
-                         .simplified());
+        emit noticed(ShownText(QStringLiteral("maintenance %1: %2 %3")
+                                   .arg(info.m_maintainStart, info.m_maintainContent, info.m_maintainLink)
+                                   .simplified()));
     }
     if (info.m_bReparing) {
-        emit noticed(QStringLiteral("the server is under maintenance: %1").arg(info.m_reparingTip));
+        emit noticed(
+            ShownText(QStringLiteral("the server is under maintenance: %1").arg(info.m_reparingTip)));
         if (!m_options.bYes)
             return fail(Stage::Server, 0,
                 QStringLiteral("the server is under maintenance; try again later, or add --yes to go on"));
@@ -191,7 +291,9 @@ void UpdateJob::fetchGuide()
 {
     startStage(Stage::Server, Global::Var::GuideManifestName);
     m_stages->fetch(QFileUtils::CombinePath(m_options.serverUrl, Global::Var::GuideManifestName),
-        [this](const QString& text, int code) {
+        DocumentCaps::GuideManifestBytes, [this](const QString& text, int code) {
+            if (documentTooLarge(code, Global::Var::GuideManifestName, DocumentCaps::GuideManifestBytes))
+                return;
             if (code != 0)
                 return fail(Stage::Server, code,
                     QStringLiteral("cannot read the server's manifest (network error %1)").arg(code));
@@ -221,9 +323,10 @@ void UpdateJob::decide(const QString& guide)
                     .arg(setting.currentGameVersion, m_options.folder));
         setting.currentGameVersion.clear();
     }
-    // Planning resets a changed target and may wipe a half-finished install of it: not in a dry run.
-    if (m_options.bDryRun)
-        setting.targetGameVersion.clear();
+    // Planning resets a changed target and wipes the game folder for a half-finished install of it.
+    // A full package is unpacked beside the game here, so there is no such half; and a chain goes on
+    // from the version recorded after its last step. The target is never handed to it.
+    setting.targetGameVersion.clear();
 
     SolveGuideManifest(guide, *m_ctx);
     m_newest = VersionToString(m_ctx->m_guideManifest.m_newestVersion);
@@ -238,7 +341,7 @@ void UpdateJob::decide(const QString& guide)
             QStringLiteral("the installed version %1 is newer than the server's newest %2; nothing changed")
                 .arg(installed, m_newest));
     if (installed == m_newest)
-        return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
+        return upToDate(installed);
 
     m_summary.version = m_newest;
     m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == 8;
@@ -246,7 +349,7 @@ void UpdateJob::decide(const QString& guide)
     if (!m_bFullInstall) {
         const QVector<PatchStep>& steps = m_ctx->m_guideManifest.m_downloadList;
         if (steps.isEmpty())
-            return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
+            return upToDate(installed);
         // A chain taken up again after the server's newest version changed starts without a list.
         if (m_ctx->m_downloadFileList.isEmpty())
             GetCurrentShortestDownloadFile(*m_ctx, VersionToString(steps.first().from));
@@ -267,28 +370,44 @@ void UpdateJob::fetchManifests(QStringList versions, std::function<void()> then)
         return then();
     const QString version = versions.takeFirst();
     const bool bRequired = versions.isEmpty();
-    startStage(Stage::Server, QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName));
+    const QString name = QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName);
+    startStage(Stage::Server, name);
     const QString url = QFileUtils::CombinePath(
         QFileUtils::CombinePath(m_options.serverUrl, version), Global::Var::FullPackManifestName);
-    m_stages->fetch(url, [this, version, versions, bRequired, then](const QString& text, int code) {
-        if (code != 0) {
-            if (bRequired)
-                return fail(Stage::Server, code,
-                    QStringLiteral("cannot read the verify manifest of %1 (network error %2)")
-                        .arg(version)
-                        .arg(code));
-            emit noticed(
-                QStringLiteral("no verify manifest for %1; disk space is estimated high").arg(version));
-        }
-        const QString unsafe = firstUnsafePath(ReadFileList(text));
-        if (!unsafe.isEmpty())
-            return fail(Stage::Plan, 0,
-                QStringLiteral("the verify manifest of %1 names a path outside the game folder: %2")
-                    .arg(version, unsafe),
-                unsafe);
-        m_manifests.insert(version, text);
-        fetchManifests(versions, then);
-    });
+    m_stages->fetch(url, DocumentCaps::FileListBytes,
+        [this, version, name, versions, bRequired, then](const QString& text, int code) {
+            if (bRequired && documentTooLarge(code, name, DocumentCaps::FileListBytes))
+                return;
+            if (code != 0) {
+                if (bRequired)
+                    return fail(Stage::Server, code,
+                        QStringLiteral("cannot read the verify manifest of %1 (network error %2)")
+                            .arg(version)
+                            .arg(code));
+                emit noticed(
+                    QStringLiteral("no verify manifest for %1; disk space is estimated high").arg(version));
+            }
+            // Checked before anything is verified or deleted: a broken list would pass missing files and
+            // send every unlisted pak to the clean-up.
+            const QString fault = code == 0 ? FileListFault(text) : QString();
+            if (!fault.isEmpty() && bRequired)
+                return fail(Stage::Plan, 0,
+                    ShownText(QStringLiteral("the server's %1 is unusable: %2").arg(name, fault)));
+            if (!fault.isEmpty()) {
+                emit noticed(ShownText(
+                    QStringLiteral("%1 is unusable (%2); disk space is estimated high").arg(name, fault)));
+                m_manifests.insert(version, QString());
+                return fetchManifests(versions, then);
+            }
+            const QString unsafe = firstUnsafePath(ReadFileList(text));
+            if (!unsafe.isEmpty())
+                return fail(Stage::Plan, 0,
+                    QStringLiteral("the verify manifest of %1 names a path outside the game folder: %2")
+                        .arg(version, unsafe),
+                    unsafe);
+            m_manifests.insert(version, text);
+            fetchManifests(versions, then);
+        });
 }
 
 void UpdateJob::planSteps()
@@ -335,13 +454,23 @@ void UpdateJob::planSteps()
     setting.bPatchFinished = false;
     setting.currentStage = constant(m_bFullInstall ? Const::InitStage : Const::PatchStage);
     setting.transitionGameVersion = m_bFullInstall ? QString() : setting.currentGameVersion;
-    saveSettings();
+    // From here on the game folder may change; until the last verification passes, a later run
+    // verifies before it says "up to date".
+    m_pending = PendingWork::Verify;
+    if (!saveSettings())
+        return;
+    FolderSwap::RemoveLeftovers(setting.gamePath);
     m_stepIndex = 0;
     runStep();
 }
 
 void UpdateJob::startRepairJob(bool bRepair)
 {
+    if (bRepair && !m_options.bDryRun) {
+        m_pending = PendingWork::Verify;
+        if (!saveSettings())
+            return;
+    }
     m_bRepairRunning = true;
     const QString version = m_ctx->m_updateSetting.currentGameVersion;
     m_repair->start(m_manifests.value(version), version, bRepair, m_options.bDryRun);
@@ -370,7 +499,22 @@ void UpdateJob::runStep()
         DiskSpace::VolumeOf(m_ctx->m_updateSetting.gamePath));
     if (!shortage.isEmpty())
         return fail(Stage::Space, 0, shortage);
+    pruneCache();
     downloadPackage();
+}
+
+// Packages of steps that are recorded, or of a plan a stopped run made, serve nothing any more; the
+// partial files of the step about to be downloaded are kept for resumption.
+void UpdateJob::pruneCache()
+{
+    QSet<QString> kept;
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList)
+        kept.insert(QDir::cleanPath(file.localPath));
+    const QDir cache(m_ctx->m_updateSetting.cachePath);
+    for (const QFileInfo& entry : cache.entryInfoList(QDir::Files | QDir::Hidden | QDir::System)) {
+        if (!kept.contains(QDir::cleanPath(entry.absoluteFilePath())))
+            QFile::remove(entry.absoluteFilePath());
+    }
 }
 
 void UpdateJob::downloadPackage()
@@ -394,6 +538,7 @@ void UpdateJob::downloadPackage()
         if (info.bError)
             return fail(Stage::Download, info.errorCode, info.errorMsg);
         m_summary.downloadedBytes += qMax<qint64>(0, info.totalBytes - present);
+        Boundary::Pass("downloaded");
         verifyPackage();
     });
 }
@@ -412,8 +557,10 @@ void UpdateJob::verifyPackage()
     }
     startStage(Stage::VerifyPackage, firstDownload().name);
     m_stages->verify(Stage::VerifyPackage, downloadListBytes(), [this](const VerifyCallbackInfo& info) {
-        if (!info.bError)
+        if (!info.bError) {
+            Boundary::Pass("package-verified");
             return unpackPackage();
+        }
         if (m_bPackageFetchedAgain)
             return fail(Stage::VerifyPackage, 0,
                 QStringLiteral("%1 still differs from the server's manifest after a second download")
@@ -432,7 +579,8 @@ void UpdateJob::unpackPackage()
     const UpdateSetting& setting = m_ctx->m_updateSetting;
     // A multi-part archive is unpacked from its first part; 7-Zip finds the others beside it.
     m_ctx->m_unZipFileList = QStringList { firstDownload().localPath };
-    m_ctx->m_unZipFolder = m_bFullInstall ? setting.gamePath : setting.unZipPath;
+    // A full package goes beside the game, on its volume, and replaces it only once it is complete.
+    m_ctx->m_unZipFolder = m_bFullInstall ? FolderSwap::StagingFolder(setting.gamePath) : setting.unZipPath;
     m_ctx->m_updateType = 0;
     startStage(Stage::Unpack, QStringLiteral("%1 into %2").arg(firstDownload().name, m_ctx->m_unZipFolder));
     m_stages->unpack(
@@ -443,12 +591,28 @@ void UpdateJob::unpackPackage()
                         .arg(firstDownload().name)
                         .arg(info.code)
                         .arg(info.errStr));
+            Boundary::Pass("unpacked");
             if (!m_bFullInstall)
                 return checkPatchInfo();
-            recordStep();
-            removeStepFiles();
-            verifyGame();
+            swapIn();
         });
+}
+
+void UpdateJob::swapIn()
+{
+    const QString game = m_ctx->m_updateSetting.gamePath;
+    m_pending = PendingWork::Swap;
+    if (!saveSettings())
+        return;
+    startStage(Stage::Swap, game);
+    const QString error = FolderSwap::Finish(game);
+    if (!error.isEmpty())
+        return fail(Stage::Swap, 0, error, game);
+    if (!recordStep())
+        return;
+    FolderSwap::RemoveLeftovers(game);
+    removeStepFiles();
+    verifyGame();
 }
 
 void UpdateJob::checkPatchInfo()
@@ -477,6 +641,7 @@ void UpdateJob::checkInUse()
         if (info.bError)
             return fail(Stage::Check, 0, QStringLiteral("a game file is in use: %1").arg(info.errorPath),
                 info.errorPath);
+        Boundary::Pass("checked");
         merge();
     });
 }
@@ -494,7 +659,9 @@ void UpdateJob::merge()
     m_stages->applyPatch(Stage::Merge, [this](const PatcherCallbackInfo& info) {
         if (info.bError)
             return fail(Stage::Merge, 0, info.errorString);
-        recordStep();
+        Boundary::Pass("merged");
+        if (!recordStep())
+            return;
         removeStepFiles();
         if (++m_stepIndex < m_plan.size())
             return runStep();
@@ -503,7 +670,7 @@ void UpdateJob::merge()
 }
 
 // The version reached is recorded after every step, so a run that stops later goes on from there.
-void UpdateJob::recordStep()
+bool UpdateJob::recordStep()
 {
     UpdateSetting& setting = m_ctx->m_updateSetting;
     const bool bLast = m_stepIndex + 1 == m_plan.size();
@@ -511,7 +678,11 @@ void UpdateJob::recordStep()
     setting.transitionGameVersion = bLast ? QString() : setting.currentGameVersion;
     setting.currentStage = constant(bLast ? Const::InitStage : Const::PatchStage);
     setting.bPatchFinished = bLast;
-    saveSettings();
+    m_pending = PendingWork::Verify;
+    if (!saveSettings())
+        return false;
+    Boundary::Pass("step-recorded");
+    return true;
 }
 
 void UpdateJob::removeStepFiles()
@@ -526,6 +697,7 @@ void UpdateJob::verifyGame()
 {
     if (leaveIfInterrupted())
         return;
+    Boundary::Pass("verifying");
     m_bRepairRunning = true;
     m_repair->start(m_manifests.value(m_newest), m_newest, true, false);
 }
@@ -537,6 +709,12 @@ void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& r
     m_summary.repairedFiles = repaired;
     if (result.bFailed || result.bInterrupted)
         return finish(result);
+    // Every file is as published: nothing is left for a later run. A dry run changed nothing.
+    if (m_pending == PendingWork::Verify && !m_options.bDryRun) {
+        m_pending = PendingWork::None;
+        if (!saveSettings())
+            return;
+    }
     const QString version = m_summary.version;
     const QString repairs = repaired.isEmpty()
         ? QString()
@@ -557,6 +735,9 @@ void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& r
     case Command::Update:
         break;
     }
+    if (m_plan.isEmpty())
+        return succeed(Outcome::Updated,
+            QStringLiteral("version %1 verified after an interrupted run%2").arg(version, repairs));
     if (m_bFullInstall)
         return succeed(Outcome::Installed, QStringLiteral("installed version %1%2").arg(version, repairs));
     succeed(Outcome::Updated,

@@ -2,6 +2,7 @@
 
 #include "CommandLine.h"
 #include "JobEvents.h"
+#include "PendingWork.h"
 
 #include "core/CallbackInfo.h"
 #include "core/GameUpdateContext.h"
@@ -13,6 +14,7 @@
 #include <functional>
 #include <memory>
 
+class InstallLock;
 class RepairJob;
 class StageRunner;
 
@@ -44,8 +46,13 @@ signals:
 
 private:
     // Settings and server documents.
+    bool takeLock();
     bool readSettings();
-    void saveSettings();
+    // Writes the versions and then the pending work; false (and the run failed) when it cannot.
+    bool saveSettings();
+    bool finishInterruptedSwap();
+    bool documentTooLarge(int code, const QString& name, qint64 cap);
+    void upToDate(const QString& version);
     void fetchInfo();
     void onInfo(const QString& text, int code);
     void fetchGuide();
@@ -63,8 +70,10 @@ private:
     void checkPatchInfo();
     void checkInUse();
     void merge();
-    void recordStep();
+    void swapIn();
+    bool recordStep();
     void removeStepFiles();
+    void pruneCache();
     void verifyGame();
     void onRepairFinished(const StageResult& result, const QStringList& repaired, qint64 downloaded);
 
@@ -81,6 +90,8 @@ private:
     UpdateOptions m_options;
     QString m_settingsFolder;
     std::shared_ptr<Morvantix::GameUpdateContext> m_ctx;
+    std::unique_ptr<InstallLock> m_lock;
+    PendingWork m_pending = PendingWork::None;
     StageRunner* m_stages;
     RepairJob* m_repair;
     int m_storedLimit = -1; // the settings' own limit, saved back instead of --limit
