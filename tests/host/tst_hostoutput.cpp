@@ -79,7 +79,8 @@ private slots:
         QTest::addColumn<QString>("shown");
         QTest::newRow("plain, lines kept") << "维护\n下午三点"
                                            << "维护\n下午三点";
-        QTest::newRow("clear screen, title, bell") << "a\x1b[2J\x1b]0;pwned\x07b\r\tc"
+        QTest::newRow("clear screen, title, bell") << "a\x1b[2J\x1b]0;pwned\x07"
+                                                      "b\r\tc"
                                                    << "a[2J]0;pwnedbc";
         QTest::newRow("C1 escape, DEL, direction override")
             << QString("x") + QChar(0x9b) + "31m" + QChar(0x7f) + QChar(0x202e) + "y"
