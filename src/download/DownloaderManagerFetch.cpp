@@ -24,6 +24,10 @@
 
 namespace {
 
+// The read-ahead of a capped fetch: enough for a small document at once, little for a large one.
+constexpr qint64 kMinReadBuffer = 64 * 1024;
+constexpr qint64 kMaxReadBuffer = 1024 * 1024;
+
 // Length of the longest prefix of data that ends on a whole UTF-8 sequence, so that a character
 // split between two network reads is decoded once both halves are there.
 int completeUtf8Length(const QByteArray& data)
@@ -132,6 +136,10 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
         reply = m_networkManager->get(request);
     }
     slot.reply = reply;
+    // Without a limit the network layer reads ahead of the event loop without end: a capped document
+    // would be held whole, however large, before the cap is seen.
+    if (slot.maxBytes >= 0)
+        reply->setReadBufferSize(qBound<qint64>(kMinReadBuffer, slot.maxBytes, kMaxReadBuffer));
     slot.timer->start(Morvantix::Timing::fetchAttemptMs());
     slot.bTimeout = false;
 
