@@ -16,7 +16,8 @@ struct Need
     qint64 gameBytes = 0;
 };
 
-// The archive in the cache; every file of the version in the game folder.
+// The archive in the cache; every file of the version in the game folder's volume, where it is
+// unpacked beside the installed version, which stays (and keeps its space) until the swap.
 Need FullInstall(qint64 archiveBytes, const Morvantix::ManifestFileMap& target);
 
 // The archive and the unpacked package in the cache, the package counted as the changed and added
