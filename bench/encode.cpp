@@ -4,7 +4,7 @@
 //
 // SIZE in bytes or with k, m, g (binary units); the publisher's default budget otherwise. --deflate
 // compresses the difference and extra streams inside the diff.
-#include "Encoder.h"
+#include "delta/Encoder.h"
 
 #include <cstdio>
 #include <cstdlib>

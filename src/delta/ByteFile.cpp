@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <windows.h>
 #else
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -60,6 +61,25 @@ std::uint64_t sizeOf(std::FILE* file)
 }
 #endif
 
+// A file without a name in the folder of path, or null where the system or file system has none.
+std::FILE* openUnnamedBeside(const std::string& path)
+{
+#ifdef O_TMPFILE
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const int fd = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return nullptr;
+    std::FILE* file = fdopen(fd, "wb");
+    if (!file)
+        ::close(fd);
+    return file;
+#else
+    (void)path;
+    return nullptr;
+#endif
+}
+
 } // namespace
 
 ByteFile::~ByteFile()
@@ -81,7 +101,13 @@ Result ByteFile::open(const std::string& path, Mode mode)
     m_path = path;
     m_position = 0;
     errno = 0;
-    m_file = openFile(path, mode == Mode::Read ? "r" : "w");
+    m_unnamed = false;
+    if (mode == Mode::WriteUnnamed) {
+        m_file = openUnnamedBeside(path);
+        m_unnamed = m_file != nullptr;
+    }
+    if (!m_file)
+        m_file = openFile(path, mode == Mode::Read ? "r" : "w");
     if (!m_file)
         return ErrnoFailure("cannot open " + path, errno ? errno : EIO,
             mode == Mode::Read ? Status::ReadFailed : Status::WriteFailed);
@@ -130,10 +156,31 @@ Result ByteFile::write(const void* data, std::size_t n)
     return {};
 }
 
-Result ByteFile::sync()
+Result ByteFile::nameIt()
+{
+#ifdef O_TMPFILE
+    if (m_unnamed) {
+        const std::string self = "/proc/self/fd/" + std::to_string(fileno(m_file));
+        if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, m_path.c_str(), AT_SYMLINK_FOLLOW) != 0)
+            return ErrnoFailure("cannot name the new file " + m_path, errno, Status::WriteFailed);
+        m_unnamed = false;
+    }
+#endif
+    return {};
+}
+
+Result ByteFile::flush()
 {
     if (std::fflush(m_file) != 0)
         return ErrnoFailure("cannot write " + m_path, errno, Status::WriteFailed);
+    return {};
+}
+
+Result ByteFile::sync()
+{
+    const Result flushed = flush();
+    if (!flushed.ok())
+        return flushed;
 #ifdef _WIN32
     const int synced = _commit(_fileno(m_file));
 #else

@@ -17,6 +17,9 @@ public:
     {
         Read,
         Write, // created or emptied
+        // Written without a name where the system allows it (Linux), so that a process killed
+        // half-way leaves nothing behind; nameIt gives it the path once it is complete.
+        WriteUnnamed,
     };
 
     ByteFile() = default;
@@ -36,6 +39,10 @@ public:
     Result readAt(std::uint64_t offset, void* data, std::size_t n);
     Result read(void* data, std::size_t n);
     Result write(const void* data, std::size_t n);
+    // Gives a file opened WriteUnnamed its path.
+    Result nameIt();
+    // Everything written so far is handed to the system.
+    Result flush();
     // Everything written so far is on the disk.
     Result sync();
 
@@ -47,6 +54,7 @@ private:
     std::string m_path;
     std::uint64_t m_size = 0;
     std::uint64_t m_position = 0;
+    bool m_unnamed = false;
 };
 
 // File system steps of the apply: each returns false and sets errno on failure.

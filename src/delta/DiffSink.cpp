@@ -185,7 +185,7 @@ Result DiffSink::assemble(DiffHeader& header)
     if (result.ok())
         result = diff.write(bytes, kHeaderSize);
     if (result.ok())
-        result = diff.sync();
+        result = diff.flush();
     diff.close();
     if (!result.ok())
         Files::Remove(m_diffPath);

@@ -16,11 +16,13 @@ Result decodeInto(const ApplyRequest& request, const std::string& temporary)
     if (!result.ok())
         return result;
     ByteFile out;
-    result = out.open(temporary, ByteFile::Mode::Write);
+    result = out.open(temporary, ByteFile::Mode::WriteUnnamed);
     if (result.ok())
         result = decoder.decode(out);
     if (result.ok())
         result = out.sync();
+    if (result.ok())
+        result = out.nameIt();
     return result;
 }
 

@@ -33,34 +33,79 @@ Result Matcher::buildIndex()
     }
     if (divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) != 0)
         return Result::Failure(Status::OutOfMemory, "the suffix sort failed");
+    buildBuckets();
     return {};
 }
 
-std::int64_t Matcher::commonPrefix(std::int64_t oldAt, const unsigned char* text, std::int64_t n) const
+void Matcher::buildBuckets()
+{
+    constexpr std::size_t kKeys = 1 << 16;
+    m_buckets.assign(kKeys + 1, 0);
+    for (std::int64_t at = 0; at + 1 < m_oldSize; ++at)
+        ++m_buckets[std::size_t(m_old[at]) << 8 | m_old[at + 1]];
+    // The last byte alone is a suffix too: it sorts before every suffix that continues its byte.
+    const std::size_t last = m_old[m_oldSize - 1];
+    std::int32_t start = 0;
+    for (std::size_t key = 0; key < kKeys; ++key) {
+        if (key == last << 8)
+            ++start;
+        const std::int32_t count = m_buckets[key];
+        m_buckets[key] = start;
+        start += count;
+    }
+    m_buckets[kKeys] = start;
+}
+
+std::int64_t Matcher::commonPrefix(
+    std::int64_t oldAt, const unsigned char* text, std::int64_t n, std::int64_t skip) const
 {
     const std::int64_t limit = std::min(n, m_oldSize - oldAt);
-    std::int64_t i = 0;
-    while (i < limit && m_old[oldAt + i] == text[i])
+    const unsigned char* old = m_old + oldAt;
+    std::int64_t i = skip;
+    while (i + 8 <= limit) {
+        std::uint64_t a, b;
+        std::memcpy(&a, old + i, 8);
+        std::memcpy(&b, text + i, 8);
+        if (a != b)
+            break;
+        i += 8;
+    }
+    while (i < limit && old[i] == text[i])
         ++i;
     return i;
 }
 
 std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, std::int64_t& position) const
 {
-    std::int64_t low = 0, high = m_oldSize - 1;
+    position = 0;
+    if (n < 2)
+        return 0;
+    const std::size_t key = std::size_t(text[0]) << 8 | text[1];
+    std::int64_t low = m_buckets[key], high = std::int64_t(m_buckets[key + 1]) - 1;
+    if (high < low)
+        return 0;
+    // Every suffix between two others shares at least their common prefix with the text, so each
+    // comparison starts there.
+    std::int64_t lowLength = commonPrefix(m_suffixes[std::size_t(low)], text, n, 2);
+    std::int64_t highLength = commonPrefix(m_suffixes[std::size_t(high)], text, n, 2);
     while (high - low > 1) {
         const std::int64_t middle = low + (high - low) / 2;
         const std::int64_t at = m_suffixes[std::size_t(middle)];
-        const std::size_t length = std::size_t(std::min(n, m_oldSize - at));
-        if (std::memcmp(m_old + at, text, length) < 0)
+        const std::int64_t length = commonPrefix(at, text, n, std::min(lowLength, highLength));
+        if (length == n) { // the whole text: nothing longer exists
+            position = at;
+            return n;
+        }
+        // A suffix that ends first sorts before the text.
+        if (at + length == m_oldSize || m_old[at + length] < text[length]) {
             low = middle;
-        else
+            lowLength = length;
+        } else {
             high = middle;
+            highLength = length;
+        }
     }
-    const std::int64_t lowAt = m_suffixes[std::size_t(low)], highAt = m_suffixes[std::size_t(high)];
-    const std::int64_t lowLength = commonPrefix(lowAt, text, n);
-    const std::int64_t highLength = commonPrefix(highAt, text, n);
-    position = lowLength >= highLength ? lowAt : highAt;
+    position = lowLength >= highLength ? m_suffixes[std::size_t(low)] : m_suffixes[std::size_t(high)];
     return std::max(lowLength, highLength);
 }
 

@@ -28,12 +28,18 @@ public:
 
 private:
     std::int64_t longestMatch(const unsigned char* text, std::int64_t n, std::int64_t& position) const;
-    std::int64_t commonPrefix(std::int64_t oldAt, const unsigned char* text, std::int64_t n) const;
+    // Where text and the old bytes at oldAt first differ, looking from skip on.
+    std::int64_t commonPrefix(
+        std::int64_t oldAt, const unsigned char* text, std::int64_t n, std::int64_t skip) const;
+    void buildBuckets();
 
     const unsigned char* m_old;
     std::int64_t m_oldSize;
     std::uint64_t m_oldBase;
     std::vector<std::int32_t> m_suffixes;
+    // The suffixes starting with each two bytes, as the first index into m_suffixes; one entry more
+    // closes the last range.
+    std::vector<std::int32_t> m_buckets;
 };
 
 } // namespace Delta

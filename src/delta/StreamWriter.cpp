@@ -69,9 +69,10 @@ Result StreamWriter::finish()
         if (!flushed.ok())
             return flushed;
     }
-    const Result synced = m_file.sync();
+    // A scratch file, read back at once: flushed, not forced to the disk.
+    const Result flushed = m_file.flush();
     m_file.close();
-    return synced;
+    return flushed;
 }
 
 void StreamWriter::discard()

@@ -3,8 +3,8 @@
 // diff format of the engine in src/delta. This front end only reads the arguments, calls the engine
 // and turns what happened into an exit code.
 
-#include "DeltaStatus.h"
-#include "FilePatch.h"
+#include "delta/DeltaStatus.h"
+#include "delta/FilePatch.h"
 
 #include <cstdio>
 #include <cstdlib>
