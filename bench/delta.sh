@@ -157,7 +157,6 @@ compare_pair openjdk-17-jre-headless 17.0.19+10-1~deb12u2 17.0.21.1+2-1~deb12u1
 compare_pair libssl3 3.0.17-1~deb12u2 3.0.20-1~deb12u2
 compare_pair libssl3 3.0.20-1~deb12u2 3.0.22-1~deb12u2
 compare_pair thunderbird 1:140.12.0esr-1~deb12u1 1:153.7.0esr-1~deb12u1
-publish_pair thunderbird 1:140.12.0esr-1~deb12u1 1:153.7.0esr-1~deb12u1
 
 # 4 GiB with 20 scattered edits of 4 KiB, diffed under the publisher's default budget of 2 GiB.
 if [ -n "$build" ] && [ -x "$build/bench/encode" ] && [ "$(df --output=avail -k "$work" | tail -1)" -gt 10000000 ]; then
@@ -174,3 +173,5 @@ if [ -n "$build" ] && [ -x "$build/bench/encode" ] && [ "$(df --output=avail -k 
         || echo "  apply: not identical ($applied)"
     rm -f "$work"/big.*
 fi
+
+publish_pair thunderbird 1:140.12.0esr-1~deb12u1 1:153.7.0esr-1~deb12u1

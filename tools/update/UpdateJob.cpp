@@ -2,6 +2,7 @@
 
 #include "DiskSpace.h"
 #include "HumanText.h"
+#include "PackageChoice.h"
 #include "RepairJob.h"
 #include "StageRunner.h"
 
@@ -24,6 +25,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+
+#include <numeric>
 
 using namespace Morvantix;
 
@@ -241,6 +244,8 @@ void UpdateJob::decide(const QString& guide)
         return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
 
     m_summary.version = m_newest;
+    if (!installed.isEmpty() && m_ctx->m_solveResult != 8)
+        preferFullPackageWhenSmaller();
     m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == 8;
     QStringList versions;
     if (!m_bFullInstall) {
@@ -257,6 +262,26 @@ void UpdateJob::decide(const QString& guide)
     versions.removeAll(m_newest);
     versions << m_newest;
     fetchManifests(versions, [this] { planSteps(); });
+}
+
+// Never more than the full package: the planner gives the full package no cost, so a long chain or a
+// major jump could download more than a fresh install would.
+void UpdateJob::preferFullPackageWhenSmaller()
+{
+    QVector<qint64> chain;
+    for (const PatchStep& step : m_ctx->m_guideManifest.m_downloadList)
+        chain << (step.files.isEmpty() ? 0 : step.files.first().size);
+    if (chain.isEmpty() || !IsFullPackageSmaller(chain, m_ctx->m_fullPackSize))
+        return;
+    emit noticed(
+        QStringLiteral("the patch chain (%1 bytes in %2 packages) is not smaller than the full package "
+                       "of %3 (%4 bytes): installing the full package")
+            .arg(std::accumulate(chain.cbegin(), chain.cend(), qint64(0)))
+            .arg(chain.size())
+            .arg(m_newest)
+            .arg(m_ctx->m_fullPackSize));
+    PlanFullPack(*m_ctx, m_ctx->m_guideManifest.m_fullPackFiles);
+    m_ctx->m_solveResult = 8;
 }
 
 // The last version of the list is the one the job verifies against and must exist; the others only
