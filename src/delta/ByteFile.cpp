@@ -1,8 +1,10 @@
 #include "ByteFile.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <zlib.h>
 
 #ifdef _WIN32
 #include <io.h>
@@ -145,6 +147,22 @@ Result ByteFile::read(void* data, std::size_t n)
     if (std::ferror(m_file))
         return ErrnoFailure("cannot read " + m_path, errno, Status::ReadFailed);
     return Result::Failure(Status::ReadFailed, m_path + " ends early");
+}
+
+Result ByteFile::addToChecksum(
+    std::uint64_t n, unsigned char* buffer, std::size_t bufferSize, std::uint32_t& crc)
+{
+    uLong sum = crc;
+    while (n > 0) {
+        const std::size_t piece = std::size_t(std::min<std::uint64_t>(n, bufferSize));
+        const Result got = read(buffer, piece);
+        if (!got.ok())
+            return got;
+        sum = crc32(sum, buffer, uInt(piece));
+        n -= piece;
+    }
+    crc = std::uint32_t(sum);
+    return {};
 }
 
 Result ByteFile::write(const void* data, std::size_t n)

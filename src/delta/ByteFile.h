@@ -39,6 +39,8 @@ public:
     Result readAt(std::uint64_t offset, void* data, std::size_t n);
     Result read(void* data, std::size_t n);
     Result write(const void* data, std::size_t n);
+    // Reads the next n bytes through buffer, carrying the CRC-32 crc on over them.
+    Result addToChecksum(std::uint64_t n, unsigned char* buffer, std::size_t bufferSize, std::uint32_t& crc);
     // Gives a file opened WriteUnnamed its path.
     Result nameIt();
     // Everything written so far is handed to the system.

@@ -64,17 +64,12 @@ Result Decoder::checkDiff(const std::string& diffPath)
     if (diff.size() != DiffFileSize(m_header))
         return corrupt(diffPath + " has " + std::to_string(diff.size()) + " bytes where its header promises "
             + std::to_string(DiffFileSize(m_header)) + " (truncated?)");
-    uLong crc = crc32(0, nullptr, 0);
-    for (std::uint64_t left = diff.size() - kHeaderSize; left > 0;) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(left, m_cache.size()));
-        result = diff.read(m_cache.data(), n);
-        if (!result.ok())
-            return result;
-        crc = crc32(crc, m_cache.data(), uInt(n));
-        left -= n;
-    }
-    crc = crc32(crc, bytes, uInt(kChecksumOffset));
-    if (std::uint32_t(crc) != m_header.diffCrc)
+    std::uint32_t crc = 0;
+    result = diff.addToChecksum(diff.size() - kHeaderSize, m_cache.data(), m_cache.size(), crc);
+    if (!result.ok())
+        return result;
+    crc = std::uint32_t(crc32(crc, bytes, uInt(kChecksumOffset)));
+    if (crc != m_header.diffCrc)
         return corrupt("the checksum of " + diffPath + " does not match its bytes");
     return {};
 }
@@ -88,16 +83,11 @@ Result Decoder::checkOld(const std::string& oldPath)
         return Result::Failure(Status::OldMismatch,
             oldPath + " has " + std::to_string(m_old.size()) + " bytes; the diff was made from a file of "
                 + std::to_string(m_header.oldSize));
-    uLong crc = crc32(0, nullptr, 0);
-    for (std::uint64_t left = m_old.size(); left > 0;) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(left, m_cache.size()));
-        result = m_old.read(m_cache.data(), n);
-        if (!result.ok())
-            return result;
-        crc = crc32(crc, m_cache.data(), uInt(n));
-        left -= n;
-    }
-    if (std::uint32_t(crc) != m_header.oldCrc)
+    std::uint32_t crc = 0;
+    result = m_old.addToChecksum(m_old.size(), m_cache.data(), m_cache.size(), crc);
+    if (!result.ok())
+        return result;
+    if (crc != m_header.oldCrc)
         return Result::Failure(Status::OldMismatch, oldPath + " is not the file the diff was made from");
     return {};
 }

@@ -65,17 +65,9 @@ public:
     Result crcOfFile(ByteFile& file, std::uint32_t& crc)
     {
         std::vector<unsigned char> buffer(kLargestBlock);
-        uLong sum = crc32(0, nullptr, 0);
-        for (std::uint64_t at = 0; at < file.size();) {
-            const std::size_t n = std::size_t(std::min<std::uint64_t>(file.size() - at, buffer.size()));
-            const Result read = file.readAt(at, buffer.data(), n);
-            if (!read.ok())
-                return read;
-            sum = crc32(sum, buffer.data(), uInt(n));
-            at += n;
-        }
-        crc = std::uint32_t(sum);
-        return {};
+        crc = 0;
+        const Result moved = file.seek(0);
+        return moved.ok() ? file.addToChecksum(file.size(), buffer.data(), buffer.size(), crc) : moved;
     }
 };
 
