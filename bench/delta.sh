@@ -137,9 +137,10 @@ publish_pair() {
     [ -z "$old" ] || [ -z "$new" ] && return
     [ -n "$build" ] && [ -x "$build/bin/core-publish" ] || return
     echo "== $pkg $from -> $to published"
+    # The publisher refuses links: the versions are copied (hard links where the cache allows).
     mkdir -p "$work/versions"
-    ln -s "$old" "$work/versions/1.0.0.1"
-    ln -s "$new" "$work/versions/1.0.0.2"
+    cp -al "$old" "$work/versions/1.0.0.1" 2>/dev/null || cp -a "$old" "$work/versions/1.0.0.1"
+    cp -al "$new" "$work/versions/1.0.0.2" 2>/dev/null || cp -a "$new" "$work/versions/1.0.0.2"
     /usr/bin/time -f '  publish: %e s, peak %M KiB' "$build/bin/core-publish" "$work/versions" "$work/channel" \
         2>&1 | grep -E 'publish:|whole|left out|error' | sed 's/^/  /'
     for f in "$work"/channel/patch/*/*.7z "$work"/channel/full/1.0.0.2/*.7z*; do
