@@ -141,6 +141,8 @@ publish_pair() {
     mkdir -p "$work/versions"
     cp -al "$old" "$work/versions/1.0.0.1" 2>/dev/null || cp -a "$old" "$work/versions/1.0.0.1"
     cp -al "$new" "$work/versions/1.0.0.2" 2>/dev/null || cp -a "$new" "$work/versions/1.0.0.2"
+    # A package's own links (docs, library names) are no game files.
+    find "$work/versions" -type l -delete
     /usr/bin/time -f '  publish: %e s, peak %M KiB' "$build/bin/core-publish" "$work/versions" "$work/channel" \
         2>&1 | grep -E 'publish:|whole|left out|error' | sed 's/^/  /'
     for f in "$work"/channel/patch/*/*.7z "$work"/channel/full/1.0.0.2/*.7z*; do
