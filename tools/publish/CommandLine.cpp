@@ -64,7 +64,12 @@ CommandLine ParseCommandLine(const QStringList& arguments)
         QStringLiteral("JSON template of info.json (default: the built-in one)."), QStringLiteral("FILE"));
     const QCommandLineOption printTemplate(QStringLiteral("print-info-template"),
         QStringLiteral("Print the built-in info.json template and exit."));
-    parser.addOptions({ partSize, distance, level, infoTemplate, printTemplate });
+    const QCommandLineOption memoryBudget(QStringLiteral("memory-budget"),
+        QStringLiteral(
+            "Memory the diffs may take together (k, m, g: binary units; default 2g). Larger files\n"
+            "are diffed piece by piece."),
+        QStringLiteral("SIZE"), QStringLiteral("2g"));
+    parser.addOptions({ partSize, distance, level, memoryBudget, infoTemplate, printTemplate });
 
     CommandLine result;
     if (!parser.parse(arguments)) {
@@ -95,6 +100,12 @@ CommandLine ParseCommandLine(const QStringList& arguments)
             result.text = QStringLiteral("--part-size: \"%1\" is no size").arg(parser.value(partSize));
             return result;
         }
+    }
+    options.memoryBudget = ParseByteSize(parser.value(memoryBudget));
+    if (options.memoryBudget < (qint64(64) << 20)) {
+        result.text = QStringLiteral("--memory-budget: \"%1\" is no size of 64m or more")
+                          .arg(parser.value(memoryBudget));
+        return result;
     }
     if (!readNumber(parser.value(distance), 1, 1000, options.patchDistance)) {
         result.text = QStringLiteral("--patch-distance: \"%1\" is not a number from 1 to 1000")

@@ -14,6 +14,7 @@ struct PublishOptions
     qint64 partSize = 0; // bytes per part of a full package; 0: one archive
     int patchDistance = 1; // patches from each version to every later one up to this many versions ahead
     int level = 5; // 7-Zip compression level
+    qint64 memoryBudget = qint64(2) << 30; // bytes the diffs of the run may take together
 };
 
 struct CommandLine

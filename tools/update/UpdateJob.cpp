@@ -5,6 +5,7 @@
 #include "FolderSwap.h"
 #include "HumanText.h"
 #include "InstallLock.h"
+#include "PackageChoice.h"
 #include "RepairJob.h"
 #include "ShownText.h"
 #include "StageRunner.h"
@@ -31,6 +32,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+
+#include <numeric>
 
 using namespace Morvantix;
 
@@ -344,6 +347,8 @@ void UpdateJob::decide(const QString& guide)
         return upToDate(installed);
 
     m_summary.version = m_newest;
+    if (!installed.isEmpty() && m_ctx->m_solveResult != 8)
+        preferFullPackageWhenSmaller();
     m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == 8;
     QStringList versions;
     if (!m_bFullInstall) {
@@ -360,6 +365,31 @@ void UpdateJob::decide(const QString& guide)
     versions.removeAll(m_newest);
     versions << m_newest;
     fetchManifests(versions, [this] { planSteps(); });
+}
+
+// Never more than the full package: the planner gives the full package no cost, so a long chain or a
+// major jump could download more than a fresh install would.
+void UpdateJob::preferFullPackageWhenSmaller()
+{
+    QVector<qint64> chain;
+    for (const PatchStep& step : m_ctx->m_guideManifest.m_downloadList) {
+        // A step's package may be published in several parts; it costs all of them.
+        qint64 stepSize = 0;
+        for (const PackFileInfo& part : step.files)
+            stepSize += part.size;
+        chain << stepSize;
+    }
+    if (chain.isEmpty() || !IsFullPackageSmaller(chain, m_ctx->m_fullPackSize))
+        return;
+    emit noticed(
+        QStringLiteral("the patch chain (%1 bytes in %2 packages) is not smaller than the full package "
+                       "of %3 (%4 bytes): installing the full package")
+            .arg(std::accumulate(chain.cbegin(), chain.cend(), qint64(0)))
+            .arg(chain.size())
+            .arg(m_newest)
+            .arg(m_ctx->m_fullPackSize));
+    PlanFullPack(*m_ctx, m_ctx->m_guideManifest.m_fullPackFiles);
+    m_ctx->m_solveResult = 8;
 }
 
 // The last version of the list is the one the job verifies against and must exist; the others only

@@ -59,6 +59,7 @@ private:
     void decide(const QString& guide);
     void fetchManifests(QStringList versions, std::function<void()> then);
     void planSteps();
+    void preferFullPackageWhenSmaller();
     void startRepairJob(bool bRepair);
 
     // The steps of an install or a patch chain.
