@@ -1,10 +1,12 @@
 # The Windows side checked on every test run: every source of src/ and tools/ compiled for Windows
-# x86-64, syntax only (scripts/check-windows.sh; the README says what it proves). zlib's two headers
-# are copied aside so the cross compiler does not see the rest of the Linux include folder.
+# x86-64, syntax only (scripts/check-windows.sh; the README says what it proves). zlib's and
+# libsodium's headers are copied aside so the cross compiler does not see the rest of the Linux include folder.
 find_file(CORE_ZLIB_H zlib.h HINTS ${ZLIB_INCLUDE_DIRS})
 find_file(CORE_ZCONF_H zconf.h HINTS ${ZLIB_INCLUDE_DIRS})
 set(WINDOWS_CHECK_INCLUDE ${CMAKE_BINARY_DIR}/windows-check/include)
 file(COPY ${CORE_ZLIB_H} ${CORE_ZCONF_H} DESTINATION ${WINDOWS_CHECK_INCLUDE})
+# libsodium's headers likewise: sodium.h and the folder of the headers it includes.
+file(COPY ${SODIUM_INCLUDE_DIR}/sodium.h ${SODIUM_INCLUDE_DIR}/sodium DESTINATION ${WINDOWS_CHECK_INCLUDE})
 set(WINDOWS_CHECK_QT_INCLUDES)
 foreach(module IN ITEMS Core Network Gui Widgets)
     get_target_property(dirs Qt5::${module} INTERFACE_INCLUDE_DIRECTORIES)

@@ -14,6 +14,8 @@ struct PublishOptions
     qint64 partSize = 0; // bytes per part of a full package; 0: one archive
     int patchDistance = 1; // patches from each version to every later one up to this many versions ahead
     int level = 5; // 7-Zip compression level
+    QString signingKeyPath; // empty: the channel is not signed
+    int expiresDays = 30; // how long the signed list stays good
 };
 
 struct CommandLine
@@ -23,10 +25,12 @@ struct CommandLine
         Publish,
         ShowHelp,
         ShowInfoTemplate,
+        GenerateKey, // keyPath names the secret key file
         Refuse, // text says what is wrong
     };
     Action action = Action::Refuse;
     PublishOptions options;
+    QString keyPath;
     QString text; // the help, or what is wrong with the command line
 };
 

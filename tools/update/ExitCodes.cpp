@@ -37,6 +37,8 @@ ExitCode ExitCodeFor(const StageResult& result)
         return ExitCode::DocumentRefused;
     case Stage::Space:
         return ExitCode::NoSpace;
+    case Stage::Trust:
+        return ExitCode::Untrusted;
     case Stage::Download:
     case Stage::RepairDownload:
         // A write failure is a full disk, or a file the download manager would not place outside
@@ -71,5 +73,6 @@ QString ExitCodeTable()
         "  5    a game file is in use (named)\n"
         "  6    an external tool failed (7-Zip, the patch tool)\n"
         "  7    a server document refused: unusable, or a path outside its folder\n"
+        "  10   untrusted channel: a signature, list, document or package not as the studio signed it\n"
         "  130  interrupted (Ctrl-C); the next run resumes\n");
 }

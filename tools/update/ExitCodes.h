@@ -15,6 +15,7 @@ enum class ExitCode : int
     FileInUse = 5,
     ToolFailed = 6,
     DocumentRefused = 7, // a server document that is unusable or names a path outside its folder
+    Untrusted = 10, // the channel's signed list refused, or a document or package not as it says
     Interrupted = 130,
 };
 

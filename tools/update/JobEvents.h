@@ -14,6 +14,7 @@ enum class Stage
     Settings, // reading the settings and the install folder
     Server, // fetching the server's documents
     Plan, // deciding what to do; a server document refused
+    Trust, // the signed channel: its list, and each document and package against it
     Space, // free space against what a step needs
     Download,
     VerifyPackage,

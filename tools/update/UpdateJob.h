@@ -15,6 +15,8 @@
 
 class RepairJob;
 class StageRunner;
+class TrustGate;
+struct PackageCheck;
 
 // The launcher's loop, headless: reads the settings and the server's documents, plans with the
 // library, then chains the stages through the components' callbacks, each end starting the next
@@ -46,6 +48,7 @@ private:
     // Settings and server documents.
     bool readSettings();
     void saveSettings();
+    void openChannel();
     void fetchInfo();
     void onInfo(const QString& text, int code);
     void fetchGuide();
@@ -59,6 +62,7 @@ private:
     void downloadPackage();
     void onPackageDownloaded(const Morvantix::DownloadCallbackInfo& info);
     void verifyPackage();
+    void onPackageChecked(bool bMd5Failed, const PackageCheck& check);
     void unpackPackage();
     void checkPatchInfo();
     void checkInUse();
@@ -71,6 +75,8 @@ private:
     void startStage(Stage stage, const QString& detail);
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
+    // False after failing: the document is not as the signed list says.
+    bool admit(const QString& path, const QString& text);
     void succeed(Outcome outcome, const QString& message);
     void finish(const StageResult& result);
 
@@ -83,7 +89,9 @@ private:
     std::shared_ptr<Morvantix::GameUpdateContext> m_ctx;
     StageRunner* m_stages;
     RepairJob* m_repair;
+    TrustGate* m_trust;
     int m_storedLimit = -1; // the settings' own limit, saved back instead of --limit
+    Morvantix::UpdateSetting m_settled; // as read, or as the last finished step recorded them
     QString m_newest;
     QMap<QString, QString> m_manifests; // verify manifest texts by version
     QVector<PlanStep> m_plan;
