@@ -80,6 +80,7 @@ private slots:
         row("unpack", Stage::Unpack, 2, "", 6);
         row("unpack disk full", Stage::Unpack, 2, "There is not enough space on the disk", 4);
         row("refused", Stage::Plan, 7, "", 7);
+        row("untrusted channel", Stage::Trust, 0, "", 10);
     }
     void mapsExitCodes()
     {
