@@ -1,4 +1,5 @@
 #include "ChannelSigner.h"
+#include "HostProcess.h"
 #include "KeyFile.h"
 #include "NginxServer.h"
 #include "TestFiles.h"
@@ -35,12 +36,7 @@ TestFiles::Tree game(int n)
     return files;
 }
 
-struct Run
-{
-    int exitCode = -1;
-    QMap<QString, QJsonObject> last;
-    QStringList notices;
-};
+using HostProcess::Run;
 
 // Each row's changes to a copy of channel "two".
 enum class Attack
@@ -95,9 +91,8 @@ private slots:
 
     void init()
     {
-        m_case = std::make_unique<QTemporaryDir>();
-        QDir().mkpath(m_case->path() + "/app");
-        QVERIFY(QFile::copy(kBin + "/core-update", m_case->path() + "/app/core-update"));
+        m_case = HostProcess::newCase(kBin);
+        QVERIFY(m_case);
         m_nginx->clearAccessLog();
     }
 
@@ -254,31 +249,10 @@ private:
 
     Run runHost(const QString& command, const QString& channel, const QStringList& extra = {})
     {
-        QProcess host;
-        host.start(m_case->path() + "/app/core-update",
-            QStringList {
-                command, "--server", m_nginx->url(channel), "--dir", m_case->path() + "/install", "--json" }
-                + extra);
-        Run run;
-        if (host.waitForFinished(60000))
-            run.exitCode = host.exitCode();
-        for (const QByteArray& line : host.readAllStandardOutput().split('\n')) {
-            const QJsonObject object = QJsonDocument::fromJson(line).object();
-            run.last[object["type"].toString()] = object;
-            if (object["type"].toString() == "notice")
-                run.notices << object["text"].toString();
-        }
-        return run;
+        return HostProcess::finish(
+            *HostProcess::start(m_case->path(), command, m_nginx->url(channel), extra));
     }
-    QStringList packageRequests() const
-    {
-        QStringList requests;
-        for (const QString& line : m_nginx->accessLog()) {
-            if (line.contains(".7z") || line.contains("/files/"))
-                requests << line.section(' ', 1, 1);
-        }
-        return requests;
-    }
+    QStringList packageRequests() const { return HostProcess::packageRequests(m_nginx->accessLog()); }
 
     QTemporaryDir m_work;
     QByteArray m_secret;

@@ -32,7 +32,7 @@ void CappedFetch::fetch(
         reply->disconnect();
         reply->abort();
         reply->deleteLater();
-        done(result, result == Result::Fetched ? *bytes : QByteArray(), error);
+        done(result, result == Result::Fetched || result == Result::TooLarge ? *bytes : QByteArray(), error);
     };
     auto* timer = new QTimer(reply);
     timer->setSingleShot(true);

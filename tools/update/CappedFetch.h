@@ -19,7 +19,7 @@ public:
     {
         Fetched,
         Missing, // the server answered with an error status
-        TooLarge, // more than the cap
+        TooLarge, // more than the cap; the bytes are the cap's worth and one more
         NetworkFailed, // no answer: refused, cut, timed out
     };
 

@@ -97,11 +97,8 @@ void TrustGate::open(const QString& serverUrl, std::function<void(bool, const QS
                 return done(true, error);
             if (result == CappedFetch::Result::Missing)
                 return done(false, QStringLiteral("the channel is not signed: %1").arg(error));
-            // Too large goes through the check, which names the cap.
-            fetchSignature(serverUrl,
-                result == CappedFetch::Result::TooLarge ? QByteArray(ChannelTrust::kMaxDocumentBytes + 1, ' ')
-                                                        : document,
-                done);
+            // Too large goes through the check, which refuses it by its size and names the cap.
+            fetchSignature(serverUrl, document, done);
         });
 }
 
