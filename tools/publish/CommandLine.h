@@ -25,8 +25,8 @@ struct CommandLine
         Publish,
         ShowHelp,
         ShowInfoTemplate,
-        GenerateKey, // keyPath names the secret key file
         Refuse, // text says what is wrong
+        GenerateKey, // keyPath names the secret key file
     };
     Action action = Action::Refuse;
     PublishOptions options;
