@@ -8,6 +8,8 @@ set(WINDOWS_CHECK_INCLUDE ${CMAKE_BINARY_DIR}/windows-check/include)
 # The diff engine's suffix sorter: one plain C header, the same for both platforms.
 find_file(CORE_DIVSUFSORT_H divsufsort.h)
 file(COPY ${CORE_ZLIB_H} ${CORE_ZCONF_H} ${CORE_DIVSUFSORT_H} DESTINATION ${WINDOWS_CHECK_INCLUDE})
+# libsodium's headers likewise: sodium.h and the folder of the headers it includes.
+file(COPY ${SODIUM_INCLUDE_DIR}/sodium.h ${SODIUM_INCLUDE_DIR}/sodium DESTINATION ${WINDOWS_CHECK_INCLUDE})
 set(WINDOWS_CHECK_QT_INCLUDES)
 foreach(module IN ITEMS Core Network Gui Widgets)
     get_target_property(dirs Qt5::${module} INTERFACE_INCLUDE_DIRECTORIES)

@@ -1,3 +1,4 @@
+#include "HostProcess.h"
 #include "NginxServer.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
@@ -80,17 +81,7 @@ bool processRuns(qint64 pid)
     return !stat.isEmpty() && !stat.contains(") Z ");
 }
 
-// How the host ended, and the last JSON object it printed of each type.
-struct Run
-{
-    int exitCode = -1;
-    QMap<QString, QJsonObject> last;
-
-    QString result() const
-    {
-        return QStringLiteral("%1 %2").arg(exitCode).arg(last["result"]["outcome"].toString());
-    }
-};
+using HostProcess::Run;
 
 } // namespace
 
@@ -121,9 +112,8 @@ private slots:
 
     void init()
     {
-        m_case = std::make_unique<QTemporaryDir>();
-        QDir().mkpath(m_case->path() + "/app");
-        QVERIFY(QFile::copy(kBin + "/core-update", m_case->path() + "/app/core-update"));
+        m_case = HostProcess::newCase(kBin);
+        QVERIFY(m_case);
         m_nginx->clearAccessLog();
     }
 
@@ -450,15 +440,7 @@ private:
     }
     Run runHost(const QString& command, const QString& channel, const QStringList& extra = {})
     {
-        auto host = startHost(command, channel, extra);
-        Run run;
-        if (host->waitForFinished(60000))
-            run.exitCode = host->exitCode();
-        for (const QByteArray& line : host->readAllStandardOutput().split('\n')) {
-            const QJsonObject object = QJsonDocument::fromJson(line).object();
-            run.last[object["type"].toString()] = object;
-        }
-        return run;
+        return HostProcess::finish(*startHost(command, channel, extra));
     }
     QString game() const { return m_case->path() + "/install/MorvantixGame"; }
     QByteArray publishedDocument(const QString& name) const
@@ -474,15 +456,7 @@ private:
             QVERIFY(
                 TestFiles::writeFile(channel + "/" + name, replaced.value(name, publishedDocument(name))));
     }
-    QStringList packageRequests() const
-    {
-        QStringList requests;
-        for (const QString& line : m_nginx->accessLog()) {
-            if (line.contains(".7z") || line.contains("/files/"))
-                requests << line.section(' ', 1, 1);
-        }
-        return requests;
-    }
+    QStringList packageRequests() const { return HostProcess::packageRequests(m_nginx->accessLog()); }
 
     QTemporaryDir m_work;
     std::unique_ptr<NginxServer> m_nginx;

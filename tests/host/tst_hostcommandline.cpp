@@ -86,6 +86,7 @@ private slots:
         row("folder held by another run", Stage::Lock, 0, "", 8);
         row("settings not written", Stage::Record, 0, "", 9);
         row("swap blocked", Stage::Swap, 0, "", 5);
+        row("untrusted channel", Stage::Trust, 0, "", 10);
     }
     void mapsExitCodes()
     {

@@ -69,7 +69,16 @@ CommandLine ParseCommandLine(const QStringList& arguments)
             "Memory the diffs may take together (k, m, g: binary units; default 2g). Larger files\n"
             "are diffed piece by piece."),
         QStringLiteral("SIZE"), QStringLiteral("2g"));
-    parser.addOptions({ partSize, distance, level, memoryBudget, infoTemplate, printTemplate });
+    const QCommandLineOption sign(QStringLiteral("sign"),
+        QStringLiteral("Sign the channel with the secret key in FILE (channel.json, channel.json.sig)."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption expires(QStringLiteral("expires"),
+        QStringLiteral("Days the signed channel stays good, 1 to 3650 (default 30)."), QStringLiteral("DAYS"),
+        QStringLiteral("30"));
+    const QCommandLineOption generateKey(QStringLiteral("generate-key"),
+        QStringLiteral("Write a new signing key to FILE and its public key to FILE.pub, then exit."),
+        QStringLiteral("FILE"));
+    parser.addOptions({ partSize, distance, level, memoryBudget, infoTemplate, printTemplate, sign, expires, generateKey });
 
     CommandLine result;
     if (!parser.parse(arguments)) {
@@ -83,6 +92,11 @@ CommandLine ParseCommandLine(const QStringList& arguments)
     }
     if (parser.isSet(printTemplate)) {
         result.action = CommandLine::Action::ShowInfoTemplate;
+        return result;
+    }
+    if (parser.isSet(generateKey)) {
+        result.action = CommandLine::Action::GenerateKey;
+        result.keyPath = parser.value(generateKey);
         return result;
     }
     const QStringList positional = parser.positionalArguments();
@@ -114,6 +128,16 @@ CommandLine ParseCommandLine(const QStringList& arguments)
     }
     if (!readNumber(parser.value(level), 0, 9, options.level)) {
         result.text = QStringLiteral("--level: \"%1\" is not a number from 0 to 9").arg(parser.value(level));
+        return result;
+    }
+    options.signingKeyPath = parser.value(sign);
+    if (!readNumber(parser.value(expires), 1, 3650, options.expiresDays)) {
+        result.text
+            = QStringLiteral("--expires: \"%1\" is not a number from 1 to 3650").arg(parser.value(expires));
+        return result;
+    }
+    if (parser.isSet(expires) && options.signingKeyPath.isEmpty()) {
+        result.text = QStringLiteral("--expires needs --sign");
         return result;
     }
     result.action = CommandLine::Action::Publish;

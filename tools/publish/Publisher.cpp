@@ -1,9 +1,11 @@
 #include "Publisher.h"
 
 #include "Archiver.h"
+#include "ChannelSigner.h"
 #include "DiffTool.h"
 #include "FileStaging.h"
 #include "InfoDocument.h"
+#include "KeyFile.h"
 #include "PreviousOutput.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
@@ -11,6 +13,7 @@
 #include "planning/GuideManifestReader.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -98,6 +101,14 @@ Outcome Publisher::run()
         guide.lastVersion = versions.last().text;
         outcome = writeDocuments(guide);
     }
+    if (outcome.ok() && m_signer) {
+        QStringList versionTexts;
+        for (const StagedVersion& version : versions)
+            versionTexts << version.text;
+        emit stepStarted(QStringLiteral("signing the channel"));
+        outcome = m_signer->sign(m_staging->path(), ChannelSigner::SignedPaths(guide, versionTexts),
+            ChannelSigner::PublishedSerial(m_outputDir), QDateTime::currentDateTimeUtc());
+    }
     if (outcome.ok())
         outcome = moveIntoPlace();
     return outcome;
@@ -181,6 +192,14 @@ Outcome Publisher::prepare()
     if (m_sevenZip.isEmpty())
         return Outcome::Failure(ExitCode::MissingTool,
             QStringLiteral("7-Zip not found: put 7z beside core-publish or on the search path"));
+
+    if (!m_options.signingKeyPath.isEmpty()) {
+        QByteArray secretKey;
+        const Outcome outcome = KeyFile::ReadSecretKey(m_options.signingKeyPath, secretKey);
+        if (!outcome.ok())
+            return outcome;
+        m_signer = std::make_unique<ChannelSigner>(secretKey, m_options.expiresDays);
+    }
 
     const QString versionsDir = QDir::cleanPath(QFileInfo(m_options.versionsDir).absoluteFilePath());
     m_outputDir = QDir::cleanPath(QFileInfo(m_options.outputDir).absoluteFilePath());

@@ -14,6 +14,7 @@
 namespace Publish {
 
 class Archiver;
+class ChannelSigner;
 class PreviousOutput;
 
 // Publishes a folder of game versions as a channel root. Everything is made in a staging folder beside
@@ -65,6 +66,7 @@ private:
     std::unique_ptr<QTemporaryDir> m_staging;
     std::unique_ptr<PreviousOutput> m_previous;
     std::unique_ptr<Archiver> m_archiver;
+    std::unique_ptr<ChannelSigner> m_signer; // none for an unsigned channel
 };
 
 } // namespace Publish

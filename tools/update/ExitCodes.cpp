@@ -49,6 +49,8 @@ ExitCode ExitCodeFor(const StageResult& result)
         return ExitCode::DocumentRefused;
     case Stage::Space:
         return ExitCode::NoSpace;
+    case Stage::Trust:
+        return ExitCode::Untrusted;
     case Stage::Download:
     case Stage::RepairDownload:
         // A write failure is a full disk, or a file the download manager would not place outside
@@ -90,5 +92,6 @@ QString ExitCodeTable()
         "  7    a server document refused: unusable, too large, or a path outside its folder\n"
         "  8    another run holds this install folder (the folder and the process named)\n"
         "  9    the settings (config.ini) cannot be written; nothing was changed\n"
+        "  10   untrusted channel: a signature, list, document or package not as the studio signed it\n"
         "  130  interrupted (Ctrl-C); the next run resumes\n");
 }

@@ -15,6 +15,8 @@ QString StageName(Stage stage)
         return QStringLiteral("server");
     case Stage::Plan:
         return QStringLiteral("plan");
+    case Stage::Trust:
+        return QStringLiteral("trust");
     case Stage::Space:
         return QStringLiteral("space");
     case Stage::Download:

@@ -16,6 +16,7 @@ enum class Stage
     Record, // writing the settings: the version reached, the work pending
     Server, // fetching the server's documents
     Plan, // deciding what to do; a server document refused
+    Trust, // the signed channel: its list, and each document and package against it
     Space, // free space against what a step needs
     Download,
     VerifyPackage,

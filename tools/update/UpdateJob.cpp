@@ -9,6 +9,7 @@
 #include "RepairJob.h"
 #include "ShownText.h"
 #include "StageRunner.h"
+#include "TrustGate.h"
 
 #include "core/ComponentAccessors.h"
 #include "core/Constants.h"
@@ -62,6 +63,7 @@ UpdateJob::UpdateJob(const UpdateOptions& options, const QString& settingsFolder
     , m_ctx(CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext())
     , m_stages(new StageRunner(*m_ctx, this))
     , m_repair(new RepairJob(m_stages, *m_ctx, this))
+    , m_trust(new TrustGate(this))
 {
     connect(m_stages, &StageRunner::progressed, this, &UpdateJob::progressed);
     connect(m_repair, &RepairJob::stageStarted, this, [this](const StageEvent& event) {
@@ -81,7 +83,37 @@ void UpdateJob::start()
     if (!m_options.bDryRun && !takeLock())
         return;
     if (readSettings() && finishInterruptedSwap())
+        openChannel();
+}
+
+void UpdateJob::openChannel()
+{
+    QString error;
+    const bool bSettings = !m_options.bDryRun
+        || QFile::exists(QDir(m_settingsFolder).filePath(constant(Const::ConfigFileName)));
+    if (!m_trust->load(m_options.trustKeyPath, bSettings, error))
+        return fail(Stage::Settings, 0, error);
+    if (!m_trust->isActive()) {
+        emit noticed(QStringLiteral("the channel is not verified: no trusted key (--trust FILE.pub)"));
+        return fetchInfo();
+    }
+    startStage(Stage::Trust, ChannelTrust::DocumentName());
+    m_trust->open(m_options.serverUrl, [this](bool bNetwork, const QString& error) {
+        if (bNetwork)
+            return fail(Stage::Server, 0, error);
+        if (!error.isEmpty())
+            return fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(error));
         fetchInfo();
+    });
+}
+
+bool UpdateJob::admit(const QString& path, const QString& text)
+{
+    const QString refused = m_trust->admitDocument(path, text);
+    if (refused.isEmpty())
+        return true;
+    fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(refused), path);
+    return false;
 }
 
 void UpdateJob::interrupt()
@@ -94,7 +126,8 @@ void UpdateJob::interrupt()
     } else if (m_bDownloading) {
         m_stages->pauseDownload();
         leaveIfInterrupted();
-    } else if (m_stage == Stage::Settings || m_stage == Stage::Server || m_stage == Stage::Plan) {
+    } else if (m_stage == Stage::Settings || m_stage == Stage::Trust || m_stage == Stage::Server
+        || m_stage == Stage::Plan) {
         m_stages->abandon();
         leaveIfInterrupted();
     } else {
@@ -163,7 +196,10 @@ bool UpdateJob::readSettings()
         return true;
     // Written before anything else happens: a run that could not record what it did would start
     // from the beginning every time, wiping what the last one installed.
-    return saveSettings();
+    if (!saveSettings())
+        return false;
+    m_settled = setting;
+    return true;
 }
 
 bool UpdateJob::saveSettings()
@@ -264,6 +300,8 @@ void UpdateJob::onInfo(const QString& text, int code)
             QStringLiteral("cannot read %1 from %2 (network error %3)")
                 .arg(Global::Var::InfoName, m_options.serverUrl)
                 .arg(code));
+    if (!admit(Global::Var::InfoName, text))
+        return;
     SolveRemoteInfo(text, *m_ctx);
     const RemoteInfo& info = m_ctx->m_remoteInfo;
     if (!info.m_maintainContent.isEmpty() || !info.m_maintainStart.isEmpty()) {
@@ -300,7 +338,8 @@ void UpdateJob::fetchGuide()
             if (code != 0)
                 return fail(Stage::Server, code,
                     QStringLiteral("cannot read the server's manifest (network error %1)").arg(code));
-            decide(text);
+            if (admit(Global::Var::GuideManifestName, text))
+                decide(text);
         });
 }
 
@@ -417,6 +456,9 @@ void UpdateJob::fetchManifests(QStringList versions, std::function<void()> then)
                 emit noticed(
                     QStringLiteral("no verify manifest for %1; disk space is estimated high").arg(version));
             }
+            if (code == 0
+                && !admit(QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName), text))
+                return;
             // Checked before anything is verified or deleted: a broken list would pass missing files and
             // send every unlisted pak to the clean-up.
             const QString fault = code == 0 ? FileListFault(text) : QString();
@@ -586,20 +628,36 @@ void UpdateJob::verifyPackage()
         m_ctx->m_archiveMd5List << file.md5;
     }
     startStage(Stage::VerifyPackage, firstDownload().name);
+    // The signed digests are computed beside the MD5 check, while the parts are read anyway.
+    m_trust->checkPackages(m_options.serverUrl, m_ctx->m_downloadFileList);
     m_stages->verify(Stage::VerifyPackage, downloadListBytes(), [this](const VerifyCallbackInfo& info) {
-        if (!info.bError) {
-            Boundary::Pass("package-verified");
-            return unpackPackage();
-        }
-        if (m_bPackageFetchedAgain)
-            return fail(Stage::VerifyPackage, 0,
-                QStringLiteral("%1 still differs from the server's manifest after a second download")
-                    .arg(firstDownload().name));
-        // The verifier has deleted the archive that failed; the download fetches it whole again.
-        m_bPackageFetchedAgain = true;
-        emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(firstDownload().name));
-        downloadPackage();
+        const bool bMd5Failed = info.bError;
+        m_trust->whenPackagesChecked(
+            [this, bMd5Failed](const PackageCheck& check) { onPackageChecked(bMd5Failed, check); });
     });
+}
+
+void UpdateJob::onPackageChecked(bool bMd5Failed, const PackageCheck& check)
+{
+    if (!bMd5Failed && check.text.isEmpty()) {
+        Boundary::Pass("package-verified");
+        return unpackPackage();
+    }
+    // The verifier deleted the archives that failed its check, unless the signed check was reading
+    // them at that moment (Windows refuses to delete an open file); a part that fails only the signed
+    // check is deleted here, so the download fetches it whole again.
+    for (const QString& path : check.failedPaths)
+        QFileUtils::DeleteFileOrFolder(path);
+    if (m_bPackageFetchedAgain) {
+        if (!check.text.isEmpty())
+            return fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(check.text));
+        return fail(Stage::VerifyPackage, 0,
+            QStringLiteral("%1 still differs from the server's manifest after a second download")
+                .arg(firstDownload().name));
+    }
+    m_bPackageFetchedAgain = true;
+    emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(firstDownload().name));
+    downloadPackage();
 }
 
 void UpdateJob::unpackPackage()
@@ -711,6 +769,7 @@ bool UpdateJob::recordStep()
     m_pending = PendingWork::Verify;
     if (!saveSettings())
         return false;
+    m_settled = setting;
     Boundary::Pass("step-recorded");
     return true;
 }
@@ -802,11 +861,19 @@ bool UpdateJob::leaveIfInterrupted()
 
 void UpdateJob::fail(Stage stage, int code, const QString& text, const QString& path)
 {
+    // A plan made from documents that a later check found untrusted is no plan to resume: the
+    // settings go back to what the last finished step left.
+    if (stage == Stage::Trust && !m_options.bDryRun && !m_bFinished) {
+        m_ctx->m_updateSetting = m_settled;
+        saveSettings();
+    }
     finish(StageResult { stage, true, false, code, text, path });
 }
 
 void UpdateJob::succeed(Outcome outcome, const QString& message)
 {
+    if (!m_options.bDryRun)
+        m_trust->recordSuccess();
     m_summary.outcome = outcome;
     m_summary.message = message;
     StageResult result;

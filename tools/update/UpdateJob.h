@@ -17,6 +17,8 @@
 class InstallLock;
 class RepairJob;
 class StageRunner;
+class TrustGate;
+struct PackageCheck;
 
 // The launcher's loop, headless: reads the settings and the server's documents, plans with the
 // library, then chains the stages through the components' callbacks, each end starting the next
@@ -53,6 +55,7 @@ private:
     bool finishInterruptedSwap();
     bool documentTooLarge(int code, const QString& name, qint64 cap);
     void upToDate(const QString& version);
+    void openChannel();
     void fetchInfo();
     void onInfo(const QString& text, int code);
     void fetchGuide();
@@ -67,6 +70,7 @@ private:
     void downloadPackage();
     void onPackageDownloaded(const Morvantix::DownloadCallbackInfo& info);
     void verifyPackage();
+    void onPackageChecked(bool bMd5Failed, const PackageCheck& check);
     void unpackPackage();
     void checkPatchInfo();
     void checkInUse();
@@ -81,6 +85,8 @@ private:
     void startStage(Stage stage, const QString& detail);
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
+    // False after failing: the document is not as the signed list says.
+    bool admit(const QString& path, const QString& text);
     void succeed(Outcome outcome, const QString& message);
     void finish(const StageResult& result);
 
@@ -95,7 +101,9 @@ private:
     PendingWork m_pending = PendingWork::None;
     StageRunner* m_stages;
     RepairJob* m_repair;
+    TrustGate* m_trust;
     int m_storedLimit = -1; // the settings' own limit, saved back instead of --limit
+    Morvantix::UpdateSetting m_settled; // as read, or as the last finished step recorded them
     QString m_newest;
     QMap<QString, QString> m_manifests; // verify manifest texts by version
     QVector<PlanStep> m_plan;
