@@ -103,7 +103,7 @@ void unpack(const QString& archive, const QString& folder)
     auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
     ctx->m_unZipFileList = QStringList { archive };
     ctx->m_unZipFolder = folder;
-    ctx->m_updateType = 0;
+    ctx->m_updateType = Morvantix::UpdateType::Update;
     CallbackRecorder<UnZipCallbackInfo> recorder;
     QVERIFY(recorder.run(GetUnZipComponent(), [&] { GetUnZipComponent()->StartUnZip(*ctx); }));
     QVERIFY2(recorder.last().code == 0, qPrintable(recorder.last().errStr));

@@ -1,5 +1,4 @@
-// The one-shot fetches of the manager: texts (with retries and an optional wait), images, headers.
-#include "download/DownloaderManager.h"
+#include "download/ContentFetcher.h"
 
 #include "core/ErrorCode.h"
 #include "core/Timing.h"
@@ -28,9 +27,22 @@ namespace {
 constexpr qint64 kMinReadBuffer = 64 * 1024;
 constexpr qint64 kMaxReadBuffer = 1024 * 1024;
 
-// Length of the longest prefix of data that ends on a whole UTF-8 sequence, so that a character
-// split between two network reads is decoded once both halves are there.
-int completeUtf8Length(const QByteArray& data)
+QString networkErrorName(int error)
+{
+    const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error);
+    return name ? QString::fromLatin1(name) : QString::number(error);
+}
+
+} // namespace
+
+ContentFetcher::ContentFetcher(QNetworkAccessManager* network, int maxRetries, QObject* parent)
+    : QObject(parent)
+    , m_network(network)
+    , m_maxRetries(maxRetries)
+{ }
+
+// A character split between two network reads is decoded once both halves are there.
+int ContentFetcher::CompleteUtf8Length(const QByteArray& data)
 {
     const int size = data.size();
     for (int back = 1; back <= qMin(3, size); ++back) {
@@ -46,15 +58,7 @@ int completeUtf8Length(const QByteArray& data)
     return size;
 }
 
-QString networkErrorName(int error)
-{
-    const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error);
-    return name ? QString::fromLatin1(name) : QString::number(error);
-}
-
-} // namespace
-
-QString DownloaderManager::WithTimestamp(const QString& url)
+QString ContentFetcher::WithTimestamp(const QString& url)
 {
     const uint seconds = static_cast<uint>(QDateTime::currentSecsSinceEpoch());
     const QString pattern = url.contains(QLatin1Char('?')) ? QStringLiteral("%1&timestamp=%2")
@@ -63,7 +67,7 @@ QString DownloaderManager::WithTimestamp(const QString& url)
     return pattern.arg(url, QString::number(seconds));
 }
 
-QNetworkRequest DownloaderManager::FetchRequest(const QUrl& url) const
+QNetworkRequest ContentFetcher::FetchRequest(const QUrl& url) const
 {
     QNetworkRequest request(url);
     // Redirects are followed, but never from https to http.
@@ -79,7 +83,7 @@ QNetworkRequest DownloaderManager::FetchRequest(const QUrl& url) const
     return request;
 }
 
-void DownloaderManager::ClearContentVector()
+void ContentFetcher::ClearContentVector()
 {
     for (const ContentRequest& slot : qAsConst(m_contentList)) {
         if (slot.bUsed)
@@ -88,7 +92,7 @@ void DownloaderManager::ClearContentVector()
     m_contentList.clear();
 }
 
-void DownloaderManager::GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+void ContentFetcher::GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
     const QString& postData, bool sync, qint64 maxBytes)
 {
     qDebug() << "url " << url;
@@ -113,7 +117,7 @@ void DownloaderManager::GetContentByUrl(QString url, std::function<void(const QS
     PrivateGetContentByUrl(index);
 }
 
-void DownloaderManager::PrivateGetContentByUrl(int index)
+void ContentFetcher::PrivateGetContentByUrl(int index)
 {
     ResetAccessible();
     // Slots are reached by index only: a nested event loop may grow the list under our feet.
@@ -131,9 +135,9 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
         const bool isJson = !QJsonDocument::fromJson(body).isNull();
         request.setHeader(QNetworkRequest::ContentTypeHeader,
             isJson ? QByteArray("application/json") : QByteArray("application/x-www-form-urlencoded"));
-        reply = m_networkManager->post(request, body);
+        reply = m_network->post(request, body);
     } else {
-        reply = m_networkManager->get(request);
+        reply = m_network->get(request);
     }
     slot.reply = reply;
     // Without a limit the network layer reads ahead of the event loop without end: a capped document
@@ -150,7 +154,7 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     });
     connect(reply, &QNetworkReply::readyRead, this, [this, index, reply] {
         const QByteArray pending = reply->peek(reply->bytesAvailable());
-        const QByteArray whole = reply->read(completeUtf8Length(pending));
+        const QByteArray whole = reply->read(CompleteUtf8Length(pending));
         ContentRequest& slot = m_contentList[index];
         slot.receivedBytes += whole.size();
         if (IsOverContentCap(index, slot.receivedBytes))
@@ -167,7 +171,7 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     loop->exec();
 }
 
-void DownloaderManager::ContentAttemptTimedOut(int index)
+void ContentFetcher::ContentAttemptTimedOut(int index)
 {
     qDebug() << QStringLiteral("the %1 timer is timeout!").arg(index);
     if (index >= m_contentList.size())
@@ -183,13 +187,13 @@ void DownloaderManager::ContentAttemptTimedOut(int index)
         index, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"), QString());
 }
 
-bool DownloaderManager::IsOverContentCap(int index, qint64 bytes) const
+bool ContentFetcher::IsOverContentCap(int index, qint64 bytes) const
 {
     const ContentRequest& slot = m_contentList.at(index);
     return slot.maxBytes >= 0 && bytes > slot.maxBytes;
 }
 
-void DownloaderManager::RefuseOversizedContent(int index)
+void ContentFetcher::RefuseOversizedContent(int index)
 {
     ContentRequest& slot = m_contentList[index];
     if (!slot.reply)
@@ -201,11 +205,11 @@ void DownloaderManager::RefuseOversizedContent(int index)
     slot.ReleaseReply();
     slot.content.clear();
     // Asking again would fetch the same oversized document.
-    slot.retryCount = m_maxTimeoutRetry + 1;
+    slot.retryCount = m_maxRetries + 1;
     CompleteContentAttempt(index, Morvantix::ContentTooLarge, QStringLiteral("content too large"), QString());
 }
 
-void DownloaderManager::ContentAttemptFinished(int index)
+void ContentFetcher::ContentAttemptFinished(int index)
 {
     ContentRequest& slot = m_contentList[index];
     QNetworkReply* reply = slot.reply;
@@ -227,7 +231,7 @@ void DownloaderManager::ContentAttemptFinished(int index)
     CompleteContentAttempt(index, error, errorString, firstHeader);
 }
 
-void DownloaderManager::QuitContentLoop(int index)
+void ContentFetcher::QuitContentLoop(int index)
 {
     ContentRequest& slot = m_contentList[index];
     if (!slot.eventLoop)
@@ -236,7 +240,7 @@ void DownloaderManager::QuitContentLoop(int index)
     slot.eventLoop.reset();
 }
 
-void DownloaderManager::CompleteContentAttempt(
+void ContentFetcher::CompleteContentAttempt(
     int index, int error, const QString& errorString, const QString& firstHeader)
 {
     ContentRequest& slot = m_contentList[index];
@@ -245,7 +249,7 @@ void DownloaderManager::CompleteContentAttempt(
     QuitContentLoop(index);
     qDebug() << "error" << networkErrorName(error) << errorString;
 
-    if (error != QNetworkReply::NoError && slot.retryCount <= m_maxTimeoutRetry) {
+    if (error != QNetworkReply::NoError && slot.retryCount <= m_maxRetries) {
         qDebug() << "request url " << slot.url << "error timecount" << slot.retryCount;
         ++slot.retryCount;
         slot.content.clear();
@@ -269,15 +273,15 @@ void DownloaderManager::CompleteContentAttempt(
     callback(QStringLiteral(""), timedOut ? Morvantix::ContentTimeout : error);
 }
 
-void DownloaderManager::GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback)
+void ContentFetcher::GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback)
 {
-    const QPointer<DownloaderManager> self(this);
+    const QPointer<ContentFetcher> self(this);
     QTimer::singleShot(0, QCoreApplication::instance(), [self, url, callback = std::move(callback)] {
         if (!self)
             return;
         Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("image url is %1").arg(url));
         QNetworkReply* reply
-            = self->m_networkManager->get(self->FetchRequest(QUrl::fromUserInput(WithTimestamp(url))));
+            = self->m_network->get(self->FetchRequest(QUrl::fromUserInput(WithTimestamp(url))));
         QObject::connect(reply, &QNetworkReply::finished, self, [reply, callback] {
             reply->deleteLater();
             if (reply->error() != QNetworkReply::NoError)
@@ -289,7 +293,7 @@ void DownloaderManager::GetImageByUrl(QString url, std::function<void(const char
     });
 }
 
-void DownloaderManager::GetHeaderByUrl(
+void ContentFetcher::GetHeaderByUrl(
     QString url, const QSet<QString>& keys, std::function<void(const QMap<QString, QString>&)> callback)
 {
     // Never answered: callers must not wait for the callback.
@@ -297,4 +301,15 @@ void DownloaderManager::GetHeaderByUrl(
     Q_UNUSED(keys);
     Q_UNUSED(callback);
     ResetAccessible();
+}
+
+void ContentFetcher::ResetAccessible()
+{
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    if (m_network->networkAccessible() == QNetworkAccessManager::NotAccessible) {
+        Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("ResetAccessible"));
+        m_network->setNetworkAccessible(QNetworkAccessManager::Accessible);
+    }
+    QT_WARNING_POP
 }
