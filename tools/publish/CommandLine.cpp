@@ -78,7 +78,8 @@ CommandLine ParseCommandLine(const QStringList& arguments)
     const QCommandLineOption generateKey(QStringLiteral("generate-key"),
         QStringLiteral("Write a new signing key to FILE and its public key to FILE.pub, then exit."),
         QStringLiteral("FILE"));
-    parser.addOptions({ partSize, distance, level, memoryBudget, infoTemplate, printTemplate, sign, expires, generateKey });
+    parser.addOptions(
+        { partSize, distance, level, memoryBudget, infoTemplate, printTemplate, sign, expires, generateKey });
 
     CommandLine result;
     if (!parser.parse(arguments)) {

@@ -17,6 +17,7 @@
 #include "core/DocumentCaps.h"
 #include "core/ErrorCode.h"
 #include "core/GlobalVar.h"
+#include "core/RecordCodes.h"
 #include "core/SerializeComponent.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
@@ -199,6 +200,7 @@ bool UpdateJob::readSettings()
     if (!saveSettings())
         return false;
     m_settled = setting;
+    m_settledPending = m_pending;
     return true;
 }
 
@@ -374,11 +376,11 @@ void UpdateJob::decide(const QString& guide)
     m_newest = VersionToString(m_ctx->m_guideManifest.m_newestVersion);
     m_summary.fullPackageBytes = m_ctx->m_fullPackSize;
     const QString installed = setting.currentGameVersion;
-    if (m_ctx->m_solveResult == 7)
+    if (m_ctx->m_solveResult == SolveResult::NoFullPack)
         return fail(Stage::Plan, 7,
             QStringLiteral("the server's manifest has no full package for its newest version %1")
                 .arg(manifest.lastVersion));
-    if (m_ctx->m_solveResult == 6)
+    if (m_ctx->m_solveResult == SolveResult::InstalledNewer)
         return succeed(Outcome::InstalledNewer,
             QStringLiteral("the installed version %1 is newer than the server's newest %2; nothing changed")
                 .arg(installed, m_newest));
@@ -386,9 +388,9 @@ void UpdateJob::decide(const QString& guide)
         return upToDate(installed);
 
     m_summary.version = m_newest;
-    if (!installed.isEmpty() && m_ctx->m_solveResult != 8)
+    if (!installed.isEmpty() && m_ctx->m_solveResult != SolveResult::FullPack)
         preferFullPackageWhenSmaller();
-    m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == 8;
+    m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == SolveResult::FullPack;
     QStringList versions;
     if (!m_bFullInstall) {
         const QVector<PatchStep>& steps = m_ctx->m_guideManifest.m_downloadList;
@@ -428,7 +430,7 @@ void UpdateJob::preferFullPackageWhenSmaller()
             .arg(m_newest)
             .arg(m_ctx->m_fullPackSize));
     PlanFullPack(*m_ctx, m_ctx->m_guideManifest.m_fullPackFiles);
-    m_ctx->m_solveResult = 8;
+    m_ctx->m_solveResult = SolveResult::FullPack;
 }
 
 // The last version of the list is the one the job verifies against and must exist; the others only
@@ -620,7 +622,7 @@ void UpdateJob::verifyPackage()
     if (leaveIfInterrupted())
         return;
     m_ctx->m_bVerifyZip = true;
-    m_ctx->m_updateType = 0;
+    m_ctx->m_updateType = UpdateType::Update;
     m_ctx->m_archiveFileList.clear();
     m_ctx->m_archiveMd5List.clear();
     for (const DownloadFileInfo& file : m_ctx->m_downloadFileList) {
@@ -669,7 +671,7 @@ void UpdateJob::unpackPackage()
     m_ctx->m_unZipFileList = QStringList { firstDownload().localPath };
     // A full package goes beside the game, on its volume, and replaces it only once it is complete.
     m_ctx->m_unZipFolder = m_bFullInstall ? FolderSwap::StagingFolder(setting.gamePath) : setting.unZipPath;
-    m_ctx->m_updateType = 0;
+    m_ctx->m_updateType = UpdateType::Update;
     startStage(Stage::Unpack, QStringLiteral("%1 into %2").arg(firstDownload().name, m_ctx->m_unZipFolder));
     m_stages->unpack(
         m_bFullInstall ? m_plan.at(m_stepIndex).gameBytes : -1, [this](const UnZipCallbackInfo& info) {
@@ -770,6 +772,7 @@ bool UpdateJob::recordStep()
     if (!saveSettings())
         return false;
     m_settled = setting;
+    m_settledPending = m_pending;
     Boundary::Pass("step-recorded");
     return true;
 }
@@ -865,6 +868,7 @@ void UpdateJob::fail(Stage stage, int code, const QString& text, const QString& 
     // settings go back to what the last finished step left.
     if (stage == Stage::Trust && !m_options.bDryRun && !m_bFinished) {
         m_ctx->m_updateSetting = m_settled;
+        m_pending = m_settledPending;
         saveSettings();
     }
     finish(StageResult { stage, true, false, code, text, path });

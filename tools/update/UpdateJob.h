@@ -104,6 +104,7 @@ private:
     TrustGate* m_trust;
     int m_storedLimit = -1; // the settings' own limit, saved back instead of --limit
     Morvantix::UpdateSetting m_settled; // as read, or as the last finished step recorded them
+    PendingWork m_settledPending = PendingWork::None; // the pending work recorded with m_settled
     QString m_newest;
     QMap<QString, QString> m_manifests; // verify manifest texts by version
     QVector<PlanStep> m_plan;
