@@ -41,4 +41,8 @@ Volume VolumeOf(const QString& path);
 // Empty when there is room, else a text naming what is needed and what is free.
 QString Shortage(const Need& need, const Volume& cache, const Volume& game);
 
+// Empty unless one of the paths' volumes is full. The merge stage names every failed copy "in use",
+// so a failure there asks this before it is reported.
+QString FullVolume(const QStringList& paths);
+
 } // namespace DiskSpace

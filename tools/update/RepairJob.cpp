@@ -220,8 +220,12 @@ void RepairJob::copyIn()
         return;
     startStage(Stage::RepairCopy, HumanText::Files(m_files.size()));
     m_stages->applyPatch(Stage::RepairCopy, [this](const PatcherCallbackInfo& info) {
-        if (info.bError)
+        if (info.bError) {
+            const QString full = DiskSpace::FullVolume({ m_ctx.m_updateSetting.gamePath });
+            if (!full.isEmpty())
+                return fail(Stage::Space, 0, QStringLiteral("%1: %2").arg(full, info.errorString));
             return fail(Stage::RepairCopy, 0, info.errorString);
+        }
         m_bCopied = true;
         verifyGame();
     });

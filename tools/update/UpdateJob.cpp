@@ -747,8 +747,13 @@ void UpdateJob::merge()
     m_ctx->m_bSkipDiffMerge = false;
     startStage(Stage::Merge, stepName(m_stepIndex));
     m_stages->applyPatch(Stage::Merge, [this](const PatcherCallbackInfo& info) {
-        if (info.bError)
+        if (info.bError) {
+            const UpdateSetting& setting = m_ctx->m_updateSetting;
+            const QString full = DiskSpace::FullVolume({ setting.gamePath, setting.tempMergePath });
+            if (!full.isEmpty())
+                return fail(Stage::Space, 0, QStringLiteral("%1: %2").arg(full, info.errorString));
             return fail(Stage::Merge, 0, info.errorString);
+        }
         Boundary::Pass("merged");
         if (!recordStep())
             return;
