@@ -48,6 +48,11 @@ private:
     void report(double fraction, qint64 doneBytes, qint64 totalBytes, qint64 speed, int secondsLeft);
     // Speed and time left from the stage's own clock, for stages that report only a fraction.
     void reportFraction(double fraction, qint64 totalBytes);
+    // Hands the running stage's reports to `progress` until its end, which goes to `done` from the
+    // event loop; reports of an abandoned stage go nowhere.
+    template <typename Info, typename Component>
+    void watch(Component& component, std::function<void(const Info&)> progress,
+        std::function<void(const Info&)> done);
 
     Morvantix::GameUpdateContext& m_ctx;
     Stage m_stage = Stage::Settings;
