@@ -2,6 +2,7 @@
 
 #include "DiskSpace.h"
 #include "HumanText.h"
+#include "JobFailure.h"
 #include "StageRunner.h"
 
 #include "files/QFileUtils.h"
@@ -87,8 +88,12 @@ bool RepairJob::leaveIfInterrupted()
 
 void RepairJob::fail(Stage stage, int code, const QString& text, const QString& path)
 {
+    fail(StageResult { stage, true, false, code, text, path });
+}
+
+void RepairJob::fail(const StageResult& result)
+{
     m_bRunning = false;
-    StageResult result { stage, true, false, code, text, path };
     emit finished(result, {}, m_downloadedBytes);
 }
 
@@ -205,11 +210,9 @@ void RepairJob::checkInUse()
     if (leaveIfInterrupted())
         return;
     startStage(Stage::Check, m_ctx.m_updateSetting.gamePath);
-    m_ctx.m_checkPath = m_ctx.m_updateSetting.gamePath;
-    m_stages->check([this](const CheckCallbackInfo& info) {
-        if (info.bError)
-            return fail(Stage::Check, 0, QStringLiteral("a game file is in use: %1").arg(info.errorPath),
-                info.errorPath);
+    m_stages->checkNotInUse(m_ctx.m_updateSetting.gamePath, [this](const QString& busyPath) {
+        if (!busyPath.isEmpty())
+            return fail(JobFailure::InUse(busyPath));
         copyIn();
     });
 }
@@ -220,12 +223,9 @@ void RepairJob::copyIn()
         return;
     startStage(Stage::RepairCopy, HumanText::Files(m_files.size()));
     m_stages->applyPatch(Stage::RepairCopy, [this](const PatcherCallbackInfo& info) {
-        if (info.bError) {
-            const QString full = DiskSpace::FullVolume({ m_ctx.m_updateSetting.gamePath });
-            if (!full.isEmpty())
-                return fail(Stage::Space, 0, QStringLiteral("%1: %2").arg(full, info.errorString));
-            return fail(Stage::RepairCopy, 0, info.errorString);
-        }
+        if (info.bError)
+            return fail(
+                JobFailure::Copy(Stage::RepairCopy, info.errorString, { m_ctx.m_updateSetting.gamePath }));
         m_bCopied = true;
         verifyGame();
     });

@@ -43,6 +43,7 @@ private:
     void startStage(Stage stage, const QString& detail);
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
+    void fail(const StageResult& result);
     void succeed();
 
     StageRunner* m_stages;

@@ -203,6 +203,12 @@ void StageRunner::check(std::function<void(const CheckCallbackInfo&)> done)
     component->StartChecker(m_ctx);
 }
 
+void StageRunner::checkNotInUse(const QString& folder, std::function<void(const QString&)> done)
+{
+    m_ctx.m_checkPath = folder;
+    check([done](const CheckCallbackInfo& info) { done(info.bError ? info.errorPath : QString()); });
+}
+
 void StageRunner::applyPatch(Stage stage, std::function<void(const PatcherCallbackInfo&)> done)
 {
     begin(stage);

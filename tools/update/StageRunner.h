@@ -34,6 +34,8 @@ public:
         Stage stage, qint64 totalBytes, std::function<void(const Morvantix::VerifyCallbackInfo&)> done);
     void unpack(qint64 totalBytes, std::function<void(const Morvantix::UnZipCallbackInfo&)> done);
     void check(std::function<void(const Morvantix::CheckCallbackInfo&)> done);
+    // Checks that no file under `folder` is open elsewhere; `done` gets the first one that is, or "".
+    void checkNotInUse(const QString& folder, std::function<void(const QString& busyPath)> done);
     void applyPatch(Stage stage, std::function<void(const Morvantix::PatcherCallbackInfo&)> done);
 
     // Leaves the running stage: its later reports and its end are ignored.

@@ -5,6 +5,7 @@
 #include "FolderSwap.h"
 #include "HumanText.h"
 #include "InstallLock.h"
+#include "JobFailure.h"
 #include "PackageChoice.h"
 #include "RepairJob.h"
 #include "ShownText.h"
@@ -725,12 +726,10 @@ void UpdateJob::checkInUse()
 {
     if (leaveIfInterrupted())
         return;
-    m_ctx->m_checkPath = m_ctx->m_updateSetting.gamePath;
-    startStage(Stage::Check, m_ctx->m_checkPath);
-    m_stages->check([this](const CheckCallbackInfo& info) {
-        if (info.bError)
-            return fail(Stage::Check, 0, QStringLiteral("a game file is in use: %1").arg(info.errorPath),
-                info.errorPath);
+    startStage(Stage::Check, m_ctx->m_updateSetting.gamePath);
+    m_stages->checkNotInUse(m_ctx->m_updateSetting.gamePath, [this](const QString& busyPath) {
+        if (!busyPath.isEmpty())
+            return fail(JobFailure::InUse(busyPath));
         Boundary::Pass("checked");
         merge();
     });
@@ -749,10 +748,8 @@ void UpdateJob::merge()
     m_stages->applyPatch(Stage::Merge, [this](const PatcherCallbackInfo& info) {
         if (info.bError) {
             const UpdateSetting& setting = m_ctx->m_updateSetting;
-            const QString full = DiskSpace::FullVolume({ setting.gamePath, setting.tempMergePath });
-            if (!full.isEmpty())
-                return fail(Stage::Space, 0, QStringLiteral("%1: %2").arg(full, info.errorString));
-            return fail(Stage::Merge, 0, info.errorString);
+            return fail(JobFailure::Copy(
+                Stage::Merge, info.errorString, { setting.gamePath, setting.tempMergePath }));
         }
         Boundary::Pass("merged");
         if (!recordStep())
@@ -869,14 +866,19 @@ bool UpdateJob::leaveIfInterrupted()
 
 void UpdateJob::fail(Stage stage, int code, const QString& text, const QString& path)
 {
+    fail(StageResult { stage, true, false, code, text, path });
+}
+
+void UpdateJob::fail(const StageResult& result)
+{
     // A plan made from documents that a later check found untrusted is no plan to resume: the
     // settings go back to what the last finished step left.
-    if (stage == Stage::Trust && !m_options.bDryRun && !m_bFinished) {
+    if (result.stage == Stage::Trust && !m_options.bDryRun && !m_bFinished) {
         m_ctx->m_updateSetting = m_settled;
         m_pending = m_settledPending;
         saveSettings();
     }
-    finish(StageResult { stage, true, false, code, text, path });
+    finish(result);
 }
 
 void UpdateJob::succeed(Outcome outcome, const QString& message)

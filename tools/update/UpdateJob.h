@@ -85,6 +85,7 @@ private:
     void startStage(Stage stage, const QString& detail);
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
+    void fail(const StageResult& result);
     // False after failing: the document is not as the signed list says.
     bool admit(const QString& path, const QString& text);
     void succeed(Outcome outcome, const QString& message);
