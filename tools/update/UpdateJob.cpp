@@ -84,8 +84,50 @@ void UpdateJob::start()
     Global::Var::HostAndChannel = m_options.serverUrl;
     if (!m_options.bDryRun && !takeLock())
         return;
+    m_state = State::Prepare;
     if (readSettings() && finishInterruptedSwap())
         openChannel();
+}
+
+bool UpdateJob::stopsBefore(State state)
+{
+    // A checked patch goes on to its in-use check, and an unpacked full package into place: the
+    // run stops at the next state instead, with the unpacked work recorded. The verify and repair
+    // commands come straight from their manifest fetch, which an interrupt ends by itself.
+    return state != State::CheckPatch && state != State::Swap && state != State::VerifyInstalled;
+}
+
+void UpdateJob::moveTo(State next)
+{
+    if (stopsBefore(next) && leaveIfInterrupted())
+        return;
+    m_state = next;
+    switch (next) {
+    case State::Step:
+        return runStep();
+    case State::Download:
+        return downloadPackage();
+    case State::VerifyPackage:
+        return verifyPackage();
+    case State::Unpack:
+        return unpackPackage();
+    case State::CheckPatch:
+        return checkPatchInfo();
+    case State::CheckInUse:
+        return checkInUse();
+    case State::Merge:
+        return merge();
+    case State::Swap:
+        return swapIn();
+    case State::VerifyGame:
+        return verifyGame();
+    case State::VerifyInstalled:
+        return startRepairJob();
+    case State::Idle:
+    case State::Prepare:
+    case State::Finished:
+        return;
+    }
 }
 
 void UpdateJob::openChannel()
@@ -120,12 +162,12 @@ bool UpdateJob::admit(const QString& path, const QString& text)
 
 void UpdateJob::interrupt()
 {
-    if (m_bFinished || m_bInterrupted)
+    if (m_state == State::Finished || m_bInterrupted)
         return;
     m_bInterrupted = true;
-    if (m_bRepairRunning) {
+    if (m_state == State::VerifyGame || m_state == State::VerifyInstalled) {
         m_repair->interrupt();
-    } else if (m_bDownloading) {
+    } else if (m_state == State::Download) {
         m_stages->pauseDownload();
         leaveIfInterrupted();
     } else if (m_stage == Stage::Settings || m_stage == Stage::Trust || m_stage == Stage::Server
@@ -284,7 +326,7 @@ void UpdateJob::upToDate(const QString& version)
                      .arg(version));
     m_summary.version = version;
     m_newest = version;
-    fetchManifests({ version }, [this] { verifyGame(); });
+    fetchManifests({ version }, [this] { moveTo(State::VerifyGame); });
 }
 
 void UpdateJob::fetchInfo()
@@ -325,8 +367,7 @@ void UpdateJob::onInfo(const QString& text, int code)
         if (installed.isEmpty())
             return fail(Stage::Settings, 0,
                 QStringLiteral("nothing is installed in %1; run install first").arg(m_options.folder));
-        return fetchManifests(
-            { installed }, [this] { startRepairJob(m_options.command == Command::Repair); });
+        return fetchManifests({ installed }, [this] { moveTo(State::VerifyInstalled); });
     }
     fetchGuide();
 }
@@ -536,17 +577,17 @@ void UpdateJob::planSteps()
         return;
     FolderSwap::RemoveLeftovers(setting.gamePath);
     m_stepIndex = 0;
-    runStep();
+    moveTo(State::Step);
 }
 
-void UpdateJob::startRepairJob(bool bRepair)
+void UpdateJob::startRepairJob()
 {
+    const bool bRepair = m_options.command == Command::Repair;
     if (bRepair && !m_options.bDryRun) {
         m_pending = PendingWork::Verify;
         if (!saveSettings())
             return;
     }
-    m_bRepairRunning = true;
     const QString version = m_ctx->m_updateSetting.currentGameVersion;
     m_repair->start(m_manifests.value(version), version, bRepair, m_options.bDryRun);
 }
@@ -555,8 +596,6 @@ void UpdateJob::startRepairJob(bool bRepair)
 
 void UpdateJob::runStep()
 {
-    if (leaveIfInterrupted())
-        return;
     const PlanStep& step = m_plan.at(m_stepIndex);
     if (m_bFullInstall)
         m_stages->setStep(0, 0);
@@ -575,7 +614,7 @@ void UpdateJob::runStep()
     if (!shortage.isEmpty())
         return fail(Stage::Space, 0, shortage);
     pruneCache();
-    downloadPackage();
+    moveTo(State::Download);
 }
 
 // Packages of steps that are recorded, or of a plan a stopped run made, serve nothing any more; the
@@ -594,8 +633,6 @@ void UpdateJob::pruneCache()
 
 void UpdateJob::downloadPackage()
 {
-    if (leaveIfInterrupted())
-        return;
     QStringList names;
     qint64 present = 0;
     for (const DownloadFileInfo& file : m_ctx->m_downloadFileList) {
@@ -607,21 +644,17 @@ void UpdateJob::downloadPackage()
     if (present > 0)
         detail += QStringLiteral(", resuming after %1").arg(QtUtil::FormatSize(present));
     startStage(Stage::Download, detail);
-    m_bDownloading = true;
     m_stages->download(Stage::Download, [this, present](const DownloadCallbackInfo& info) {
-        m_bDownloading = false;
         if (info.bError)
             return fail(Stage::Download, info.errorCode, info.errorMsg);
         m_summary.downloadedBytes += qMax<qint64>(0, info.totalBytes - present);
         Boundary::Pass("downloaded");
-        verifyPackage();
+        moveTo(State::VerifyPackage);
     });
 }
 
 void UpdateJob::verifyPackage()
 {
-    if (leaveIfInterrupted())
-        return;
     m_ctx->m_bVerifyZip = true;
     m_ctx->m_updateType = UpdateType::Update;
     m_ctx->m_archiveFileList.clear();
@@ -644,7 +677,7 @@ void UpdateJob::onPackageChecked(bool bMd5Failed, const PackageCheck& check)
 {
     if (!bMd5Failed && check.text.isEmpty()) {
         Boundary::Pass("package-verified");
-        return unpackPackage();
+        return moveTo(State::Unpack);
     }
     // The verifier deleted the archives that failed its check, unless the signed check was reading
     // them at that moment (Windows refuses to delete an open file); a part that fails only the signed
@@ -660,13 +693,11 @@ void UpdateJob::onPackageChecked(bool bMd5Failed, const PackageCheck& check)
     }
     m_bPackageFetchedAgain = true;
     emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(firstDownload().name));
-    downloadPackage();
+    moveTo(State::Download);
 }
 
 void UpdateJob::unpackPackage()
 {
-    if (leaveIfInterrupted())
-        return;
     const UpdateSetting& setting = m_ctx->m_updateSetting;
     // A multi-part archive is unpacked from its first part; 7-Zip finds the others beside it.
     m_ctx->m_unZipFileList = QStringList { firstDownload().localPath };
@@ -684,8 +715,8 @@ void UpdateJob::unpackPackage()
                         .arg(info.errStr));
             Boundary::Pass("unpacked");
             if (!m_bFullInstall)
-                return checkPatchInfo();
-            swapIn();
+                return moveTo(State::CheckPatch);
+            moveTo(State::Swap);
         });
 }
 
@@ -703,7 +734,7 @@ void UpdateJob::swapIn()
         return;
     FolderSwap::RemoveLeftovers(game);
     removeStepFiles();
-    verifyGame();
+    moveTo(State::VerifyGame);
 }
 
 void UpdateJob::checkPatchInfo()
@@ -719,26 +750,22 @@ void UpdateJob::checkPatchInfo()
                     .arg(firstDownload().name, unsafe),
                 unsafe);
     }
-    checkInUse();
+    moveTo(State::CheckInUse);
 }
 
 void UpdateJob::checkInUse()
 {
-    if (leaveIfInterrupted())
-        return;
     startStage(Stage::Check, m_ctx->m_updateSetting.gamePath);
     m_stages->checkNotInUse(m_ctx->m_updateSetting.gamePath, [this](const QString& busyPath) {
         if (!busyPath.isEmpty())
             return fail(JobFailure::InUse(busyPath));
         Boundary::Pass("checked");
-        merge();
+        moveTo(State::Merge);
     });
 }
 
 void UpdateJob::merge()
 {
-    if (leaveIfInterrupted())
-        return;
     const UpdateSetting& setting = m_ctx->m_updateSetting;
     m_ctx->m_patchFolder = setting.unZipPath;
     m_ctx->m_mergeTargetPath = setting.gamePath;
@@ -756,8 +783,8 @@ void UpdateJob::merge()
             return;
         removeStepFiles();
         if (++m_stepIndex < m_plan.size())
-            return runStep();
-        verifyGame();
+            return moveTo(State::Step);
+        moveTo(State::VerifyGame);
     });
 }
 
@@ -789,16 +816,12 @@ void UpdateJob::removeStepFiles()
 
 void UpdateJob::verifyGame()
 {
-    if (leaveIfInterrupted())
-        return;
     Boundary::Pass("verifying");
-    m_bRepairRunning = true;
     m_repair->start(m_manifests.value(m_newest), m_newest, true, false);
 }
 
 void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& repaired, qint64 downloaded)
 {
-    m_bRepairRunning = false;
     m_summary.downloadedBytes += downloaded;
     m_summary.repairedFiles = repaired;
     if (result.bFailed || result.bInterrupted)
@@ -873,7 +896,7 @@ void UpdateJob::fail(const StageResult& result)
 {
     // A plan made from documents that a later check found untrusted is no plan to resume: the
     // settings go back to what the last finished step left.
-    if (result.stage == Stage::Trust && !m_options.bDryRun && !m_bFinished) {
+    if (result.stage == Stage::Trust && !m_options.bDryRun && m_state != State::Finished) {
         m_ctx->m_updateSetting = m_settled;
         m_pending = m_settledPending;
         saveSettings();
@@ -894,10 +917,9 @@ void UpdateJob::succeed(Outcome outcome, const QString& message)
 
 void UpdateJob::finish(const StageResult& result)
 {
-    if (m_bFinished)
+    if (m_state == State::Finished)
         return;
-    m_bFinished = true;
-    m_bDownloading = false;
+    m_state = State::Finished;
     if (result.bFailed || result.bInterrupted)
         m_summary.outcome = Outcome::Failed;
     emit finished(result, m_summary);

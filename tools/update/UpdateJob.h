@@ -47,6 +47,31 @@ signals:
     void finished(const StageResult& result, const JobSummary& summary);
 
 private:
+    // Where the run is. Before the chain it reads the settings and the server's documents (Prepare);
+    // a chain runs Step..Merge once per step (a full install goes Unpack -> Swap instead), then
+    // VerifyGame. Beside each state: what it leaves recorded for a run that is stopped there.
+    enum class State
+    {
+        Idle,
+        Prepare, // the settings as read are written back first; a pending swap is finished
+        Step, // the plan's step; nothing new recorded, the step's partial downloads are kept
+        Download, // partial package files stay in the cache for the next run to continue
+        VerifyPackage, // parts that fail are deleted and fetched once more
+        Unpack, // into the cache (patch) or beside the game (full); the game folder is untouched
+        CheckPatch, // the patch package's paths must stay inside the game folder
+        CheckInUse,
+        Merge, // afterwards: the version reached, with Verify pending
+        Swap, // before: Swap pending; afterwards: the new version, with Verify pending
+        VerifyGame, // the newest version, repaired where it fails; Verify pending until it passes
+        VerifyInstalled, // the verify or repair command on the installed version
+        Finished,
+    };
+
+    // The one place the run moves on; a state that is not to be entered half-stopped is entered even
+    // after an interrupt (see stopsBefore).
+    void moveTo(State next);
+    static bool stopsBefore(State state);
+
     // Settings and server documents.
     bool takeLock();
     bool readSettings();
@@ -63,7 +88,7 @@ private:
     void fetchManifests(QStringList versions, std::function<void()> then);
     void planSteps();
     void preferFullPackageWhenSmaller();
-    void startRepairJob(bool bRepair);
+    void startRepairJob();
 
     // The steps of an install or a patch chain.
     void runStep();
@@ -114,8 +139,6 @@ private:
     bool m_bPackageFetchedAgain = false;
     Stage m_stage = Stage::Settings;
     JobSummary m_summary;
-    bool m_bDownloading = false;
-    bool m_bRepairRunning = false;
+    State m_state = State::Idle;
     bool m_bInterrupted = false;
-    bool m_bFinished = false;
 };
