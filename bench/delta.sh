@@ -33,16 +33,16 @@ sevenzip="$(command -v 7zz || command -v 7z)"
 
 # pkg=version -> a folder holding the package's files, or "" when the mirror does not have it.
 tree_of() {
-    local spec="$1" deb dir
-    dir="$cache/trees/${spec//[:=]/_}"
+    local package="$1" deb dir
+    dir="$cache/trees/${package//[:=]/_}"
     if [ ! -d "$dir" ]; then
-        deb="$(ls "$cache/debs/${spec%%=*}_"*"$(echo "${spec#*=}" | sed 's/^[0-9]*://')"_*.deb 2>/dev/null | head -1)"
+        deb="$(ls "$cache/debs/${package%%=*}_"*"$(echo "${package#*=}" | sed 's/^[0-9]*://')"_*.deb 2>/dev/null | head -1)"
         if [ -z "$deb" ]; then
-            (cd "$cache/debs" && apt-get download -q "$spec" >/dev/null 2>&1) || {
-                echo "  $spec: not on the mirror" >&2
+            (cd "$cache/debs" && apt-get download -q "$package" >/dev/null 2>&1) || {
+                echo "  $package: not on the mirror" >&2
                 return 0
             }
-            deb="$(ls -t "$cache/debs/${spec%%=*}_"*.deb | head -1)"
+            deb="$(ls -t "$cache/debs/${package%%=*}_"*.deb | head -1)"
         fi
         mkdir -p "$dir.part" && dpkg-deb -x "$deb" "$dir.part" && mv "$dir.part" "$dir"
     fi

@@ -1,6 +1,7 @@
 #include "Sha256Hasher.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <sodium.h>
 
@@ -46,8 +47,10 @@ QString Sha256Hasher::HexDigest(const QByteArray& bytes)
 bool Sha256Hasher::HexDigestOfFile(const QString& path, qint64 maxBytes, QString& hex, qint64& size)
 {
     size = 0;
+    // As the MD5 reader does: a pipe or a device is never opened (a pipe would block), and blocks go
+    // straight from the system into the hash.
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return false;
     Sha256Hasher hasher;
     QByteArray buffer(int(kReadSize), Qt::Uninitialized);
