@@ -1,0 +1,58 @@
+#pragma once
+
+#include "JobEvents.h"
+
+#include <QObject>
+
+#include <functional>
+
+class StageRunner;
+class TrustGate;
+class UpdateRun;
+struct PackageCheck;
+
+// The work of each state of one step of a plan: its package is downloaded, checked and unpacked, and
+// a patch merged into the game or a full package put in its place, with the version reached recorded.
+// Each call starts one stage and, when it ends well, calls the continuation it was given; a stage that
+// fails reports it through failed and calls nothing. Which state comes next is the job's to decide.
+class StepStages : public QObject
+{
+    Q_OBJECT
+public:
+    using Then = std::function<void()>;
+
+    StepStages(UpdateRun& run, StageRunner* stages, TrustGate* trust, QObject* parent = nullptr);
+
+    // Readies the plan's current step: its download list, its disk space, the cache pruned.
+    void begin(const Then& then);
+    void download(const Then& then);
+    // fetchAgain: a part failed its check the first time and was deleted.
+    void verify(const Then& verified, const Then& fetchAgain);
+    void unpack(const Then& then);
+    void checkPatch(const Then& then);
+    void checkInUse(const Then& then);
+    // Merges the patch, records the version reached and removes the step's files.
+    void merge(const Then& then);
+    // Puts the unpacked full package in place of the game, recording it before and after.
+    void swapIn(const Then& then);
+
+signals:
+    void stageStarted(const StageEvent& event);
+    void noticed(const QString& text);
+    void failed(const StageResult& result);
+
+private:
+    void onPackageChecked(
+        bool bMd5Failed, const PackageCheck& check, const Then& verified, const Then& fetchAgain);
+    // The version reached is recorded after every step, so a run that stops later goes on from there.
+    bool recordStep();
+    // False (and the run failed) when the settings cannot be written.
+    bool save();
+    void startStage(Stage stage, const QString& detail);
+    void fail(Stage stage, int code, const QString& text, const QString& path = QString());
+
+    UpdateRun& m_run;
+    StageRunner* m_stages;
+    TrustGate* m_trust;
+    bool m_bPackageFetchedAgain = false;
+};
