@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/ErrorCode.h"
+
 #include <QString>
 
 // The user-facing failure texts of the download path. They are shown to Chinese-speaking users as
@@ -24,6 +26,16 @@ inline QString diskFull()
 inline QString pathOutsideCache()
 {
     return QStringLiteral("下载文件的保存位置不在缓存目录内，已停止下载");
+}
+
+// The text of a failed job whose cause brought no text of its own.
+inline QString ofError(Morvantix::ErrorCode code)
+{
+    if (code == Morvantix::ErrorCode::StallTimeout)
+        return requestTimedOut();
+    if (code == Morvantix::ErrorCode::WriteFailed)
+        return diskFull();
+    return networkFailed();
 }
 
 } // namespace DownloadTexts

@@ -2,10 +2,10 @@
 
 #include "core/CoreSystem.h"
 #include "core/Timing.h"
+#include "download/DownloadFolder.h"
 #include "download/DownloadTexts.h"
 #include "download/downloader.h"
 #include "files/QFileUtils.h"
-#include "files/SafePath.h"
 #include "log/Logger.h"
 
 #include <QCoreApplication>
@@ -45,8 +45,7 @@ DownloaderManager::DownloaderManager(QObject* parent)
     , m_speedTimer(new QTimer(this), &QObject::deleteLater)
     , m_restartTimer(new QTimer(this), &QObject::deleteLater)
 {
-    // Made here, not in the list above: the retry limit is declared after it.
-    m_fetcher = new ContentFetcher(m_networkManager.data(), m_maxTimeoutRetry, this);
+    m_fetcher = new ContentFetcher(m_networkManager.data(), m_restarts.MaxRetry(), this);
     qRegisterMetaType<ErrorCode>("Morvantix::ErrorCode");
 #ifdef __GLIBC__
     // The network thread allocates a fresh buffer for every socket read, and glibc gives freed heap
@@ -88,13 +87,11 @@ void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
     m_pacer.ClearScheduled();
 
     m_queue.Reset(ctx.m_downloadFileList);
-    m_downloadDir = QStringLiteral("");
+    m_downloadDir = DownloadFolder::FolderOf(ctx.m_downloadFileList);
     for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
         Logger::LogInfo(kTag,
             QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
                 .arg(file.url, file.localPath, QString::number(file.size)));
-        if (m_downloadDir.isEmpty())
-            m_downloadDir = QFileUtils::GetParentPath(file.localPath);
     }
 
     m_meter.Restart();
@@ -104,19 +101,8 @@ void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
 
 void DownloaderManager::CalculateTotalSize(GameUpdateContext& ctx)
 {
-    qint64 totalSize = 0;
-    qint64 onDisk = 0;
-    for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
-        totalSize += file.size;
-        const qint64 localSize = QFileUtils::GetFileSize(file.localPath);
-        // Longer than the server's file means it is not a prefix of it: resuming would only append
-        // to garbage.
-        if (file.size < localSize)
-            QFileUtils::DeleteFileOrFolder(file.localPath);
-        else
-            onDisk += localSize;
-    }
-    m_meter.SetJob(totalSize, onDisk);
+    const DownloadFolder::Holdings holdings = DownloadFolder::Measure(ctx.m_downloadFileList);
+    m_meter.SetJob(holdings.totalBytes, holdings.onDiskBytes);
 }
 
 void DownloaderManager::StartDownload(GameUpdateContext& ctx)
@@ -126,16 +112,15 @@ void DownloaderManager::StartDownload(GameUpdateContext& ctx)
     m_bStop = false;
     m_restartTimer->stop();
     m_bRestartPending = false;
-    m_timeoutRetryCount = 0;
     // Data of an earlier job says nothing about this one's server.
-    m_bDataArrived = false;
+    m_restarts.Reset();
     PreStartDownload(ctx);
     if (RefuseEntriesOutsideCache(ctx))
         return;
 
     // The folder comes from the list, and the list from the server: only the cache folder the
     // settings name may be wiped, never what a crafted entry points at.
-    if (IsCacheFolder(m_downloadDir, ctx))
+    if (DownloadFolder::IsCacheFolder(m_downloadDir, ctx.m_updateSetting.cachePath))
         QFileUtils::DeleteFileOrFolder(m_downloadDir);
     if (!m_downloadDir.isEmpty())
         QFileUtils::CreateFolder(m_downloadDir);
@@ -146,26 +131,13 @@ void DownloaderManager::StartDownload(GameUpdateContext& ctx)
 bool DownloaderManager::RefuseEntriesOutsideCache(const GameUpdateContext& ctx)
 {
     const QString& cache = ctx.m_updateSetting.cachePath;
-    for (const DownloadFileInfo& file : ctx.m_downloadFileList) {
-        // The cache itself is no place for a file either: its parent would become the download folder.
-        if (SafePath::IsInsideFolder(cache, file.localPath)
-            && !SafePath::IsInsideFolder(file.localPath, cache))
-            continue;
-        Logger::LogInfo(kTag,
-            QStringLiteral("refused %1: not a file inside the cache folder \"%2\"")
-                .arg(file.localPath, cache));
-        onError(ErrorCode::WriteFailed, DownloadTexts::pathOutsideCache());
-        return true;
-    }
-    return false;
-}
-
-bool DownloaderManager::IsCacheFolder(const QString& folder, const GameUpdateContext& ctx) const
-{
-    const QString& cache = ctx.m_updateSetting.cachePath;
-    const bool sameFolder
-        = SafePath::IsInsideFolder(folder, cache) && SafePath::IsInsideFolder(cache, folder);
-    return sameFolder && !QDir(QDir::cleanPath(QDir::fromNativeSeparators(cache))).isRoot();
+    const QString refused = DownloadFolder::FirstOutsideCache(ctx.m_downloadFileList, cache);
+    if (refused.isEmpty())
+        return false;
+    Logger::LogInfo(
+        kTag, QStringLiteral("refused %1: not a file inside the cache folder \"%2\"").arg(refused, cache));
+    onError(ErrorCode::WriteFailed, DownloadTexts::pathOutsideCache());
+    return true;
 }
 
 void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
@@ -294,35 +266,17 @@ void DownloaderManager::HandleNetworkFailure(const QString& errStr)
     // Only what the files gained since the last (re)start renews the restart budget: bytes a server
     // sends again before the resume offset, or that replace a discarded partial, are no progress,
     // and counting them would restart a server that always cuts at the same place forever.
-    if (m_meter.GainedSinceRestart()) {
-        m_bDataArrived = true;
-        m_timeoutRetryCount = 0;
-    }
-    // Before any byte arrived the server or the address is at fault, and retrying will not help.
-    if (!m_bDataArrived) {
-        qDebug() << "timeout"
-                 << "direct";
-        onError(ErrorCode::NetworkFailed, errStr);
+    switch (m_restarts.OnFailure(m_meter.GainedSinceRestart(), m_bRestartPending)) {
+    case RestartBudget::Verdict::Report:
+        return onError(ErrorCode::NetworkFailed, errStr);
+    case RestartBudget::Verdict::Wait:
         return;
-    }
-    qDebug() << "timeout"
-             << "startDownloadedFlag" << m_timeoutRetryCount;
-    if (m_timeoutRetryCount <= m_maxTimeoutRetry) {
-        if (m_bRestartPending)
-            return;
-        qDebug() << "timeout"
-                 << "add";
-        ++m_timeoutRetryCount;
+    case RestartBudget::Verdict::Restart:
         ReleaseDownloaderList(TransferState::Restarting);
         m_bRestartPending = true;
         m_restartTimer->start(Morvantix::Timing::restartDelayMs());
         return;
     }
-    qDebug() << "timeout"
-             << "onError";
-    m_timeoutRetryCount = 0;
-    m_bDataArrived = false;
-    onError(ErrorCode::NetworkFailed, errStr);
 }
 
 void DownloaderManager::RestartAfterFailure()
@@ -350,11 +304,6 @@ void DownloaderManager::onReadyRead()
     scheduleTransfer();
 }
 
-void DownloaderManager::onError(ErrorCode errorCodem)
-{
-    onError(errorCodem, QString());
-}
-
 void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
 {
     if (m_bFinished)
@@ -366,14 +315,7 @@ void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
     m_bRestartPending = false;
     m_bStop = true;
 
-    if (!errString.isEmpty())
-        m_callbackInfo.errorMsg = errString;
-    else if (errorCodem == ErrorCode::StallTimeout)
-        m_callbackInfo.errorMsg = DownloadTexts::requestTimedOut();
-    else if (errorCodem == ErrorCode::WriteFailed)
-        m_callbackInfo.errorMsg = DownloadTexts::diskFull();
-    else
-        m_callbackInfo.errorMsg = DownloadTexts::networkFailed();
+    m_callbackInfo.errorMsg = errString.isEmpty() ? DownloadTexts::ofError(errorCodem) : errString;
     m_callbackInfo.bError = true;
     // The record outlives jobs; a failure must not read as the completion of the one before.
     m_callbackInfo.bComplete = false;

@@ -4,6 +4,7 @@
 #include "core/CoreExport.h"
 #include "core/GameUpdateContext.h"
 #include "download/ContentFetcher.h"
+#include "download/RestartBudget.h"
 #include "download/SpeedMeter.h"
 #include "download/TransferPacer.h"
 #include "download/TransferQueue.h"
@@ -31,7 +32,8 @@ class QTimer;
 //
 // The manager decides when a job starts, restarts and ends; its parts do the rest: the files and
 // their states (TransferQueue), the pace of the loop and the limit (TransferPacer), the figures
-// reported (SpeedMeter) and the one-shot fetches (ContentFetcher).
+// reported (SpeedMeter), the one-shot fetches (ContentFetcher), where the files go and what they hold
+// (DownloadFolder) and how often a failed job restarts (RestartBudget).
 class CORE_EXPORT DownloaderManager : public QObject
 {
     Q_OBJECT
@@ -66,7 +68,6 @@ private slots:
     void onReadyRead();
     void onDownloadResult(Morvantix::ErrorCode code, QString errStr, QString filename);
     void onError(Morvantix::ErrorCode errorCodem, QString errString);
-    void onError(Morvantix::ErrorCode errorCodem);
 
 private:
     explicit DownloaderManager(QObject* parent);
@@ -80,7 +81,6 @@ private:
     void PrivateSetSpeedLimit();
 
     bool RefuseEntriesOutsideCache(const Morvantix::GameUpdateContext& ctx);
-    bool IsCacheFolder(const QString& folder, const Morvantix::GameUpdateContext& ctx) const;
     void RestartAfterFailure();
     void HandleNetworkFailure(const QString& errStr);
     // Every running transfer stops, its file in the state that says why.
@@ -105,8 +105,6 @@ private:
     bool m_bFinished = false;
     SpeedMeter m_meter; // the byte counts and the speed record
     TransferPacer m_pacer; // the limit and the transfer loop's clock
-    int m_timeoutRetryCount = 0;
+    RestartBudget m_restarts { 3 }; // the restarts after network failures, and the fetches' retries
     bool m_bRestartPending = false;
-    const int m_maxTimeoutRetry = 3;
-    bool m_bDataArrived = false; // "startDownloadedFlag" in the traces
 };

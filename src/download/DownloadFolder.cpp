@@ -1,0 +1,49 @@
+#include "download/DownloadFolder.h"
+
+#include "files/QFileUtils.h"
+#include "files/SafePath.h"
+
+#include <QDir>
+
+using Morvantix::DownloadFileInfo;
+
+QString DownloadFolder::FirstOutsideCache(const QVector<DownloadFileInfo>& files, const QString& cache)
+{
+    for (const DownloadFileInfo& file : files) {
+        if (!SafePath::IsInsideFolder(cache, file.localPath)
+            || SafePath::IsInsideFolder(file.localPath, cache))
+            return file.localPath;
+    }
+    return QString();
+}
+
+QString DownloadFolder::FolderOf(const QVector<DownloadFileInfo>& files)
+{
+    for (const DownloadFileInfo& file : files) {
+        const QString folder = QFileUtils::GetParentPath(file.localPath);
+        if (!folder.isEmpty())
+            return folder;
+    }
+    return QString();
+}
+
+bool DownloadFolder::IsCacheFolder(const QString& folder, const QString& cache)
+{
+    const bool sameFolder
+        = SafePath::IsInsideFolder(folder, cache) && SafePath::IsInsideFolder(cache, folder);
+    return sameFolder && !QDir(QDir::cleanPath(QDir::fromNativeSeparators(cache))).isRoot();
+}
+
+DownloadFolder::Holdings DownloadFolder::Measure(const QVector<DownloadFileInfo>& files)
+{
+    Holdings holdings;
+    for (const DownloadFileInfo& file : files) {
+        holdings.totalBytes += file.size;
+        const qint64 localSize = QFileUtils::GetFileSize(file.localPath);
+        if (file.size < localSize)
+            QFileUtils::DeleteFileOrFolder(file.localPath);
+        else
+            holdings.onDiskBytes += localSize;
+    }
+    return holdings;
+}

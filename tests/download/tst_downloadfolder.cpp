@@ -1,0 +1,100 @@
+#include "TestRegistry.h"
+
+#include "download/DownloadFolder.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using Morvantix::DownloadFileInfo;
+
+// Where a server's list may make the download write, and what partial files a resumed job keeps.
+class TestDownloadFolder : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void refusesWhatLeavesTheCache_data()
+    {
+        QTest::addColumn<QStringList>("paths"); // under the temporary folder; "cache" is the cache
+        QTest::addColumn<QString>("refused"); // the path refused, empty when none is
+        QTest::newRow("inside") << QStringList { "cache/a.bin", "cache/sub/b.bin" } << QString();
+        QTest::newRow("the cache itself") << QStringList { "cache/a.bin", "cache" } << "cache";
+        QTest::newRow("climbs out") << QStringList { "cache/../a.bin" } << "cache/../a.bin";
+        QTest::newRow("name shares the prefix") << QStringList { "cache2/a.bin" } << "cache2/a.bin";
+        QTest::newRow("beside the cache") << QStringList { "game/a.pak" } << "game/a.pak";
+    }
+
+    void refusesWhatLeavesTheCache()
+    {
+        QFETCH(QStringList, paths);
+        QFETCH(QString, refused);
+        QTemporaryDir dir;
+        QVector<DownloadFileInfo> files;
+        for (const QString& path : paths)
+            files.append(file(dir.filePath(path), 10));
+        QCOMPARE(DownloadFolder::FirstOutsideCache(files, dir.filePath("cache")),
+            refused.isEmpty() ? QString() : dir.filePath(refused));
+    }
+
+    void wipesOnlyTheCacheItself_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QString>("cache");
+        QTest::addColumn<bool>("isCache");
+        QTest::newRow("the cache") << "/x/cache"
+                                   << "/x/cache" << true;
+        QTest::newRow("written differently") << "/x/cache/"
+                                             << "/x/./cache" << true;
+        QTest::newRow("inside it") << "/x/cache/sub"
+                                   << "/x/cache" << false;
+        QTest::newRow("its parent") << "/x"
+                                    << "/x/cache" << false;
+        QTest::newRow("no cache named") << "/x/cache"
+                                        << "" << false;
+        QTest::newRow("a root") << "/"
+                                << "/" << false;
+    }
+
+    void wipesOnlyTheCacheItself()
+    {
+        QFETCH(QString, folder);
+        QFETCH(QString, cache);
+        QFETCH(bool, isCache);
+        QCOMPARE(DownloadFolder::IsCacheFolder(folder, cache), isCache);
+    }
+
+    void measureDropsPartialsLongerThanTheFile()
+    {
+        QTemporaryDir dir;
+        const QVector<DownloadFileInfo> files { file(dir.filePath("none.bin"), 100),
+            file(dir.filePath("short.bin"), 100), file(dir.filePath("whole.bin"), 50),
+            file(dir.filePath("long.bin"), 20) };
+        QVERIFY(
+            write(files[1].localPath, 30) && write(files[2].localPath, 50) && write(files[3].localPath, 21));
+
+        const DownloadFolder::Holdings holdings = DownloadFolder::Measure(files);
+        QCOMPARE(holdings.totalBytes, qint64(270));
+        QCOMPARE(holdings.onDiskBytes, qint64(80));
+        QVERIFY(QFile::exists(files[1].localPath) && QFile::exists(files[2].localPath));
+        QVERIFY(!QFile::exists(files[3].localPath));
+        QCOMPARE(QDir::cleanPath(DownloadFolder::FolderOf(files)), dir.path());
+        QCOMPARE(DownloadFolder::FolderOf({}), QString());
+    }
+
+private:
+    static DownloadFileInfo file(const QString& path, qint64 size)
+    {
+        return { QString(), path, size, QStringLiteral("http://127.0.0.1:1/f"), QString() };
+    }
+
+    static bool write(const QString& path, int bytes)
+    {
+        QFile out(path);
+        return out.open(QIODevice::WriteOnly) && out.write(QByteArray(bytes, 'x')) == bytes;
+    }
+};
+
+CORE_TEST_CLASS(TestDownloadFolder)
+#include "tst_downloadfolder.moc"
