@@ -1,7 +1,7 @@
 #include "files/Md5Hasher.h"
 
-#include <QFile>
-#include <QFileInfo>
+#include "files/FileBlockReader.h"
+
 #include <QtEndian>
 
 #include <cstring>
@@ -171,21 +171,10 @@ QByteArray Md5Hasher::result() const
 
 QString Md5Hasher::hexDigestOfFile(const QString& path, QByteArray& buffer, const std::atomic<bool>* stop)
 {
-    // Asked first, so that a pipe or a device is never opened (a pipe would block). Unbuffered: every
-    // block goes straight from the system into the hash, without a second copy through the device.
-    const QFileInfo info(path);
-    QFile file(path);
-    if (path.isEmpty() || buffer.isEmpty() || !info.isFile()
-        || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return QString();
     Md5Hasher hash;
-    qint64 remaining = info.size();
-    while (remaining > 0 && !(stop && stop->load(std::memory_order_relaxed))) {
-        const qint64 n = file.read(buffer.data(), qMin<qint64>(remaining, buffer.size()));
-        if (n <= 0)
-            break;
-        hash.addData(buffer.constData(), n);
-        remaining -= n;
-    }
+    const FileBlockReader::Result read = FileBlockReader::Read(path, buffer, FileBlockReader::kOpenSize, stop,
+        [&hash](const char* data, qint64 size) { hash.addData(data, size); });
+    if (read.end == FileBlockReader::End::Unreadable)
+        return QString();
     return QString::fromLatin1(hash.result().toHex());
 }

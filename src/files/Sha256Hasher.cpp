@@ -1,7 +1,8 @@
 #include "Sha256Hasher.h"
 
-#include <QFile>
-#include <QFileInfo>
+#include "FileBlockReader.h"
+
+#include <limits>
 
 #include <sodium.h>
 
@@ -46,28 +47,15 @@ QString Sha256Hasher::HexDigest(const QByteArray& bytes)
 
 bool Sha256Hasher::HexDigestOfFile(const QString& path, qint64 maxBytes, QString& hex, qint64& size)
 {
-    size = 0;
-    // As the MD5 reader does: a pipe or a device is never opened (a pipe would block), and blocks go
-    // straight from the system into the hash.
-    QFile file(path);
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return false;
+    // One byte past the limit is enough to know the file is too long.
+    const qint64 limit = qBound<qint64>(0, maxBytes, std::numeric_limits<qint64>::max() - 1) + 1;
     Sha256Hasher hasher;
     QByteArray buffer(int(kReadSize), Qt::Uninitialized);
-    for (;;) {
-        // One byte past the limit is enough to know the file is too long.
-        const qint64 room = maxBytes - size;
-        const qint64 wanted = room >= buffer.size() ? buffer.size() : room + 1;
-        const qint64 n = file.read(buffer.data(), wanted);
-        if (n < 0)
-            return false;
-        if (n == 0)
-            break;
-        size += n;
-        if (size > maxBytes)
-            return false;
-        hasher.addData(buffer.constData(), n);
-    }
+    const FileBlockReader::Result read = FileBlockReader::Read(
+        path, buffer, limit, nullptr, [&hasher](const char* data, qint64 n) { hasher.addData(data, n); });
+    size = read.bytes;
+    if (read.end != FileBlockReader::End::Read || size > maxBytes)
+        return false;
     hex = hasher.hexResult();
     return true;
 }
