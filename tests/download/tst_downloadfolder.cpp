@@ -1,3 +1,4 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "download/DownloadFolder.h"
@@ -71,8 +72,9 @@ private slots:
         const QVector<DownloadFileInfo> files { file(dir.filePath("none.bin"), 100),
             file(dir.filePath("short.bin"), 100), file(dir.filePath("whole.bin"), 50),
             file(dir.filePath("long.bin"), 20) };
-        QVERIFY(
-            write(files[1].localPath, 30) && write(files[2].localPath, 50) && write(files[3].localPath, 21));
+        const int kept[] = { 0, 30, 50, 21 }; // bytes already in the cache: none, short, whole, too long
+        for (int i = 1; i < 4; ++i)
+            QVERIFY(TestFiles::writeFile(files[i].localPath, QByteArray(kept[i], 'x')));
 
         const DownloadFolder::Holdings holdings = DownloadFolder::Measure(files);
         QCOMPARE(holdings.totalBytes, qint64(270));
@@ -87,12 +89,6 @@ private:
     static DownloadFileInfo file(const QString& path, qint64 size)
     {
         return { QString(), path, size, QStringLiteral("http://127.0.0.1:1/f"), QString() };
-    }
-
-    static bool write(const QString& path, int bytes)
-    {
-        QFile out(path);
-        return out.open(QIODevice::WriteOnly) && out.write(QByteArray(bytes, 'x')) == bytes;
     }
 };
 

@@ -1,3 +1,4 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "files/FileBlockReader.h"
@@ -42,9 +43,9 @@ private slots:
         QFETCH(int, expected);
         QFETCH(int, blocks);
         QTemporaryDir dir;
-        const QByteArray content = pattern(fileBytes);
+        const QByteArray content = TestFiles::patternBytes(fileBytes);
         const QString path = dir.filePath("f.bin");
-        QVERIFY(write(path, content));
+        QVERIFY(TestFiles::writeFile(path, content));
         QByteArray buffer(bufferBytes, Qt::Uninitialized);
         QByteArray seen;
         int calls = 0;
@@ -77,7 +78,7 @@ private slots:
         QTemporaryDir dir;
         QString path = dir.filePath("f.bin");
         QByteArray buffer(64, Qt::Uninitialized);
-        QVERIFY(write(path, pattern(100)));
+        QVERIFY(TestFiles::writeFile(path, TestFiles::patternBytes(100)));
         if (kind == "missing")
             path = dir.filePath("none");
         else if (kind == "folder")
@@ -101,7 +102,7 @@ private slots:
     {
         QTemporaryDir dir;
         const QString path = dir.filePath("f.bin");
-        QVERIFY(write(path, pattern(1000)));
+        QVERIFY(TestFiles::writeFile(path, TestFiles::patternBytes(1000)));
         QByteArray buffer(100, Qt::Uninitialized);
         std::atomic<bool> stop { false };
         int calls = 0;
@@ -112,21 +113,6 @@ private slots:
             });
         QCOMPARE(result.end, FileBlockReader::End::Stopped);
         QCOMPARE(result.bytes, qint64(300));
-    }
-
-private:
-    static QByteArray pattern(int size)
-    {
-        QByteArray bytes(size, Qt::Uninitialized);
-        for (int i = 0; i < size; ++i)
-            bytes[i] = char(i * 7 + i / 251);
-        return bytes;
-    }
-
-    static bool write(const QString& path, const QByteArray& bytes)
-    {
-        QFile file(path);
-        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
     }
 };
 
