@@ -19,10 +19,7 @@
 using namespace Morvantix;
 
 StepStages::StepStages(UpdateRun& run, StageRunner* stages, TrustGate* trust, QObject* parent)
-    : QObject(parent)
-    , m_run(run)
-    , m_stages(stages)
-    , m_trust(trust)
+    : UpdatePart(run, stages, trust, parent)
 { }
 
 void StepStages::begin(const Then& then)
@@ -220,30 +217,4 @@ bool StepStages::recordStep()
     m_run.settle();
     Boundary::Pass("step-recorded");
     return true;
-}
-
-bool StepStages::save()
-{
-    const StageResult result = m_run.save();
-    if (result.bFailed)
-        emit failed(result);
-    return !result.bFailed;
-}
-
-void StepStages::startStage(Stage stage, const QString& detail)
-{
-    m_run.stage = stage;
-    StageEvent event { stage, 0, 0, detail };
-    const bool bChainStage = stage == Stage::Download || stage == Stage::VerifyPackage
-        || stage == Stage::Unpack || stage == Stage::Check || stage == Stage::Merge;
-    if (bChainStage && !m_run.bFullInstall && !m_run.plan.isEmpty()) {
-        event.step = m_run.stepIndex + 1;
-        event.steps = m_run.plan.size();
-    }
-    emit stageStarted(event);
-}
-
-void StepStages::fail(Stage stage, int code, const QString& text, const QString& path)
-{
-    emit failed(StageResult { stage, true, false, code, text, path });
 }

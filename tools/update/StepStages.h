@@ -1,21 +1,15 @@
 #pragma once
 
-#include "JobEvents.h"
-
-#include <QObject>
+#include "UpdatePart.h"
 
 #include <functional>
 
-class StageRunner;
-class TrustGate;
-class UpdateRun;
 struct PackageCheck;
 
 // The work of each state of one step of a plan: its package is downloaded, checked and unpacked, and
 // a patch merged into the game or a full package put in its place, with the version reached recorded.
-// Each call starts one stage and, when it ends well, calls the continuation it was given; a stage that
-// fails reports it through failed and calls nothing. Which state comes next is the job's to decide.
-class StepStages : public QObject
+// Each call starts one stage and, when it ends well, calls the continuation it was given.
+class StepStages : public UpdatePart
 {
     Q_OBJECT
 public:
@@ -36,23 +30,11 @@ public:
     // Puts the unpacked full package in place of the game, recording it before and after.
     void swapIn(const Then& then);
 
-signals:
-    void stageStarted(const StageEvent& event);
-    void noticed(const QString& text);
-    void failed(const StageResult& result);
-
 private:
     void onPackageChecked(
         bool bMd5Failed, const PackageCheck& check, const Then& verified, const Then& fetchAgain);
     // The version reached is recorded after every step, so a run that stops later goes on from there.
     bool recordStep();
-    // False (and the run failed) when the settings cannot be written.
-    bool save();
-    void startStage(Stage stage, const QString& detail);
-    void fail(Stage stage, int code, const QString& text, const QString& path = QString());
 
-    UpdateRun& m_run;
-    StageRunner* m_stages;
-    TrustGate* m_trust;
     bool m_bPackageFetchedAgain = false;
 };

@@ -40,10 +40,7 @@ QString constant(const char* text)
 } // namespace
 
 UpdatePreparation::UpdatePreparation(UpdateRun& run, StageRunner* stages, TrustGate* trust, QObject* parent)
-    : QObject(parent)
-    , m_run(run)
-    , m_stages(stages)
-    , m_trust(trust)
+    : UpdatePart(run, stages, trust, parent)
 { }
 
 void UpdatePreparation::start()
@@ -446,23 +443,4 @@ bool UpdatePreparation::documentTooLarge(int code, const QString& name, qint64 c
     fail(Stage::Plan, code,
         QStringLiteral("the server's %1 is larger than %2; refused").arg(name, QtUtil::FormatSize(cap)));
     return true;
-}
-
-bool UpdatePreparation::save()
-{
-    const StageResult result = m_run.save();
-    if (result.bFailed)
-        emit failed(result);
-    return !result.bFailed;
-}
-
-void UpdatePreparation::startStage(Stage stage, const QString& detail)
-{
-    m_run.stage = stage;
-    emit stageStarted(StageEvent { stage, 0, 0, detail });
-}
-
-void UpdatePreparation::fail(Stage stage, int code, const QString& text, const QString& path)
-{
-    emit failed(StageResult { stage, true, false, code, text, path });
 }

@@ -1,19 +1,13 @@
 #pragma once
 
-#include "JobEvents.h"
-
-#include <QObject>
+#include "UpdatePart.h"
 
 #include <functional>
-
-class StageRunner;
-class TrustGate;
-class UpdateRun;
 
 // What an update does before its first step: reads the settings (finishing a swap a stopped run left
 // pending), opens the channel, reads the server's documents and plans. It ends in exactly one of its
 // signals failed, succeeded or ready; which state the run goes on to is the job's to decide.
-class UpdatePreparation : public QObject
+class UpdatePreparation : public UpdatePart
 {
     Q_OBJECT
 public:
@@ -31,10 +25,7 @@ public:
     void start();
 
 signals:
-    void stageStarted(const StageEvent& event);
-    void noticed(const QString& text);
     void planned(const UpdatePlan& plan);
-    void failed(const StageResult& result);
     void succeeded(Outcome outcome, const QString& message);
     void ready(UpdatePreparation::Next next);
 
@@ -58,12 +49,4 @@ private:
     // False after failing: the document is not as the signed list says.
     bool admit(const QString& path, const QString& text);
     bool documentTooLarge(int code, const QString& name, qint64 cap);
-    // False (and the run failed) when the settings cannot be written.
-    bool save();
-    void startStage(Stage stage, const QString& detail);
-    void fail(Stage stage, int code, const QString& text, const QString& path = QString());
-
-    UpdateRun& m_run;
-    StageRunner* m_stages;
-    TrustGate* m_trust;
 };
