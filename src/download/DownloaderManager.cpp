@@ -3,6 +3,7 @@
 #include "core/CoreSystem.h"
 #include "core/Timing.h"
 #include "download/DownloadFolder.h"
+#include "download/DownloadReport.h"
 #include "download/DownloadTexts.h"
 #include "download/downloader.h"
 #include "files/QFileUtils.h"
@@ -76,14 +77,14 @@ DownloaderManager::~DownloaderManager()
 
 void DownloaderManager::RegistCallbackFunc(std::function<void(Morvantix::DownloadCallbackInfo&)> callback)
 {
-    m_callback = std::move(callback);
+    m_report.Register(std::move(callback));
 }
 
 void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
 {
     ClearRecordSpeed();
     ResetAccessible();
-    m_bFinished = false;
+    m_report.Open();
     m_pacer.ClearScheduled();
 
     m_queue.Reset(ctx.m_downloadFileList);
@@ -95,7 +96,6 @@ void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
     }
 
     m_meter.Restart();
-    m_callbackInfo.speed = 0;
     m_pacer.RestartClock();
 }
 
@@ -171,10 +171,7 @@ void DownloaderManager::PauseDownload(GameUpdateContext& ctx)
         return;
     m_bStop = true;
     m_pacer.ClearScheduled();
-    m_timeoutTimer->stop();
-    m_speedTimer->stop();
-    m_restartTimer->stop();
-    m_bRestartPending = false;
+    StopTimers();
     ReleaseDownloaderList(TransferState::Paused);
 }
 
@@ -306,23 +303,13 @@ void DownloaderManager::onReadyRead()
 
 void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
 {
-    if (m_bFinished)
+    if (!m_report.EndFailed(errorCodem, errString.isEmpty() ? DownloadTexts::ofError(errorCodem) : errString))
         return;
-    m_bFinished = true;
-    m_timeoutTimer->stop();
-    m_speedTimer->stop();
-    m_restartTimer->stop();
-    m_bRestartPending = false;
+    StopTimers();
     m_bStop = true;
-
-    m_callbackInfo.errorMsg = errString.isEmpty() ? DownloadTexts::ofError(errorCodem) : errString;
-    m_callbackInfo.bError = true;
-    // The record outlives jobs; a failure must not read as the completion of the one before.
-    m_callbackInfo.bComplete = false;
-    m_callbackInfo.errorCode = errorCodem;
     ReleaseDownloaderList(
         errorCodem == ErrorCode::StallTimeout ? TransferState::Stalled : TransferState::Failed);
-    ReportToCallback();
+    m_report.Send();
 }
 
 void DownloaderManager::FinishDownload()
@@ -330,22 +317,18 @@ void DownloaderManager::FinishDownload()
     Logger::LogInfo(QStringLiteral("DownloaderManager"), QStringLiteral("download complete"));
     m_timeoutTimer->stop();
     m_speedTimer->stop();
-    if (m_bFinished)
+    if (!m_report.EndComplete(m_meter))
         return;
-    m_bFinished = true;
     m_bStop = true;
-    // The last sample may be up to a second old; the completion carries what is on disk now.
-    m_meter.ReportFinal(m_callbackInfo);
-    m_callbackInfo.bError = false;
-    m_callbackInfo.bComplete = true;
-    m_callbackInfo.totalBytes = m_meter.TotalSize();
-    ReportToCallback();
+    m_report.Send();
 }
 
-void DownloaderManager::ReportToCallback()
+void DownloaderManager::StopTimers()
 {
-    if (m_callback)
-        m_callback(m_callbackInfo);
+    m_timeoutTimer->stop();
+    m_speedTimer->stop();
+    m_restartTimer->stop();
+    m_bRestartPending = false;
 }
 
 void DownloaderManager::ReleaseDownloaderList(TransferState why)
@@ -406,8 +389,7 @@ void DownloaderManager::onCalcSpeed()
     const qint64 delta = m_meter.TakeDelta();
     if (m_bStop)
         return;
-    m_meter.Report(delta, m_callbackInfo);
-    ReportToCallback();
+    m_report.Progress(m_meter, delta);
 }
 
 // The one-shot fetches are the fetcher's; the manager only lends them its network.

@@ -4,6 +4,7 @@
 #include "core/CoreExport.h"
 #include "core/GameUpdateContext.h"
 #include "download/ContentFetcher.h"
+#include "download/DownloadReport.h"
 #include "download/RestartBudget.h"
 #include "download/SpeedMeter.h"
 #include "download/TransferPacer.h"
@@ -33,7 +34,8 @@ class QTimer;
 // The manager decides when a job starts, restarts and ends; its parts do the rest: the files and
 // their states (TransferQueue), the pace of the loop and the limit (TransferPacer), the figures
 // reported (SpeedMeter), the one-shot fetches (ContentFetcher), where the files go and what they hold
-// (DownloadFolder) and how often a failed job restarts (RestartBudget).
+// (DownloadFolder), how often a failed job restarts (RestartBudget) and what the caller is told
+// (DownloadReport).
 class CORE_EXPORT DownloaderManager : public QObject
 {
     Q_OBJECT
@@ -85,12 +87,12 @@ private:
     void HandleNetworkFailure(const QString& errStr);
     // Every running transfer stops, its file in the state that says why.
     void ReleaseDownloaderList(TransferState why);
-    void ReportToCallback();
+    // The stall, speed and restart timers; no restart waits any more.
+    void StopTimers();
 
     static DownloaderManager* m_pDownloaderInstance;
 
-    std::function<void(Morvantix::DownloadCallbackInfo&)> m_callback;
-    Morvantix::DownloadCallbackInfo m_callbackInfo;
+    DownloadReport m_report; // the callback, its record, and the one ending of each run
     QSharedPointer<QNetworkAccessManager> m_networkManager;
     QSharedPointer<QTimer> m_timeoutTimer;
     QSharedPointer<QTimer> m_speedTimer;
@@ -102,7 +104,6 @@ private:
     qint64 m_fileSize = 0;
     ContentFetcher* m_fetcher = nullptr; // a child: it goes with the manager
     QString m_downloadDir;
-    bool m_bFinished = false;
     SpeedMeter m_meter; // the byte counts and the speed record
     TransferPacer m_pacer; // the limit and the transfer loop's clock
     RestartBudget m_restarts { 3 }; // the restarts after network failures, and the fetches' retries
