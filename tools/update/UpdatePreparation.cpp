@@ -1,6 +1,5 @@
 #include "UpdatePreparation.h"
 
-#include "DiskSpace.h"
 #include "FolderSwap.h"
 #include "PackageChoice.h"
 #include "ShownText.h"
@@ -8,13 +7,11 @@
 #include "TrustGate.h"
 #include "UpdateRun.h"
 
-#include "core/ComponentAccessors.h"
 #include "core/Constants.h"
 #include "core/DocumentCaps.h"
 #include "core/ErrorCode.h"
 #include "core/GlobalVar.h"
 #include "core/RecordCodes.h"
-#include "core/SerializeComponent.h"
 #include "files/QFileUtils.h"
 #include "planning/DownloadEntry.h"
 #include "planning/GuideManifestReader.h"
@@ -23,8 +20,6 @@
 #include "planning/UpdatePathPlanner.h"
 #include "planning/VersionUtil.h"
 #include "util/QtUtil.h"
-
-#include <QDir>
 
 #include <numeric>
 
@@ -52,42 +47,11 @@ void UpdatePreparation::start()
 bool UpdatePreparation::readSettings()
 {
     m_run.stage = Stage::Settings;
-    auto serializer = GetSerializeComponent();
-    UpdateSetting& setting = m_run.ctx->m_updateSetting;
+    const QString notice = m_run.readSettings();
+    if (!notice.isEmpty())
+        emit noticed(notice);
     const UpdateOptions& options = m_run.options;
-    const bool bHaveFile = m_run.hasSettingsFile();
-    // A dry run on a first run must not create the settings file, which reading would do.
-    if (bHaveFile || !options.bDryRun) {
-        serializer->ReadSetting(setting);
-    } else {
-        setting.currentStage = constant(Const::InitStage);
-        setting.limitSpeed = -1;
-    }
-    m_run.storedLimit = setting.limitSpeed;
-    m_run.pending = bHaveFile ? ReadPendingWork(*serializer) : PendingWork::None;
-
-    const QString recorded = bHaveFile ? serializer->GetValueByKey(constant(Const::InstallPath)) : QString();
-    if (!recorded.isEmpty() && QDir::cleanPath(recorded) != options.folder
-        && !setting.currentGameVersion.isEmpty()) {
-        emit noticed(
-            QStringLiteral("the settings recorded version %1 in %2; they now follow %3, whose installed "
-                           "version is not known")
-                .arg(setting.currentGameVersion, recorded, options.folder));
-        setting.currentGameVersion.clear();
-        setting.transitionGameVersion.clear();
-        setting.targetGameVersion.clear();
-        setting.currentStage = constant(Const::InitStage);
-        m_run.pending = PendingWork::None;
-    }
-    setting.installPath = options.folder;
-    setting.gamePath = QFileUtils::CombinePath(options.folder, constant(Const::GameFolderName));
-    setting.cachePath = QFileUtils::CombinePath(options.folder, constant(Const::CacheFolderName));
-    setting.unZipPath = QFileUtils::CombinePath(setting.cachePath, constant(Const::UnZipFolder));
-    setting.tempMergePath = QFileUtils::CombinePath(setting.cachePath, constant(Const::TempMergeFolderName));
-    m_run.summary.installedVersion = setting.currentGameVersion;
-    m_run.summary.version = setting.currentGameVersion;
     m_stages->setDownloadLimit(options.limitKBps > 0 ? options.limitKBps : m_run.storedLimit);
-
     if (options.bDryRun)
         return true;
     // Written before anything else happens: a run that could not record what it did would start
@@ -358,38 +322,7 @@ void UpdatePreparation::planSteps()
 {
     m_run.stage = Stage::Plan;
     GameUpdateContext& ctx = *m_run.ctx;
-    UpdatePlan plan;
-    plan.installedVersion = m_run.summary.installedVersion;
-    plan.newestVersion = m_run.newest;
-    plan.fullPackageBytes = ctx.m_fullPackSize;
-    m_run.plan.clear();
-    if (m_run.bFullInstall) {
-        plan.action = QStringLiteral("full install");
-        PlanStep step;
-        step.to = m_run.newest;
-        step.downloadBytes = ctx.m_fullPackSize;
-        const DiskSpace::Need need
-            = DiskSpace::FullInstall(step.downloadBytes, ReadFileList(m_run.manifests.value(m_run.newest)));
-        step.cacheBytes = need.cacheBytes;
-        step.gameBytes = need.gameBytes;
-        m_run.plan.append(step);
-    } else {
-        plan.action = QStringLiteral("patch chain");
-        for (const PatchStep& patch : ctx.m_guideManifest.m_downloadList) {
-            PlanStep step;
-            step.from = VersionToString(patch.from);
-            step.to = VersionToString(patch.to);
-            step.downloadBytes = patch.files.value(0).size;
-            const DiskSpace::Need need = DiskSpace::PatchStep(step.downloadBytes,
-                ReadFileList(m_run.manifests.value(step.from)), ReadFileList(m_run.manifests.value(step.to)));
-            step.cacheBytes = need.cacheBytes;
-            step.gameBytes = need.gameBytes;
-            m_run.plan.append(step);
-        }
-    }
-    for (const PlanStep& step : m_run.plan)
-        plan.downloadBytes += step.downloadBytes;
-    plan.steps = m_run.plan;
+    const UpdatePlan plan = m_run.makePlan();
     emit planned(plan);
     if (m_run.options.bDryRun)
         return emit succeeded(Outcome::Planned, QStringLiteral("dry run: nothing changed"));

@@ -7,6 +7,8 @@
 #include "core/SerializeComponent.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
+#include "planning/GuideManifestReader.h"
+#include "planning/VersionUtil.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,6 +16,15 @@
 #include <QSet>
 
 using namespace Morvantix;
+
+namespace {
+
+QString constant(const char* text)
+{
+    return QString::fromLatin1(text);
+}
+
+} // namespace
 
 UpdateRun::UpdateRun(
     const UpdateOptions& options, const QString& settingsFolder, std::shared_ptr<GameUpdateContext> ctx)
@@ -25,6 +36,81 @@ UpdateRun::UpdateRun(
 bool UpdateRun::hasSettingsFile() const
 {
     return QFile::exists(QDir(settingsFolder).filePath(QString::fromLatin1(Const::ConfigFileName)));
+}
+
+QString UpdateRun::readSettings()
+{
+    auto serializer = GetSerializeComponent();
+    UpdateSetting& setting = ctx->m_updateSetting;
+    QString notice;
+    const bool bHaveFile = hasSettingsFile();
+    // A dry run on a first run must not create the settings file, which reading would do.
+    if (bHaveFile || !options.bDryRun) {
+        serializer->ReadSetting(setting);
+    } else {
+        setting.currentStage = constant(Const::InitStage);
+        setting.limitSpeed = -1;
+    }
+    storedLimit = setting.limitSpeed;
+    pending = bHaveFile ? ReadPendingWork(*serializer) : PendingWork::None;
+
+    const QString recorded = bHaveFile ? serializer->GetValueByKey(constant(Const::InstallPath)) : QString();
+    if (!recorded.isEmpty() && QDir::cleanPath(recorded) != options.folder
+        && !setting.currentGameVersion.isEmpty()) {
+        notice = QStringLiteral("the settings recorded version %1 in %2; they now follow %3, whose installed "
+                                "version is not known")
+                     .arg(setting.currentGameVersion, recorded, options.folder);
+        setting.currentGameVersion.clear();
+        setting.transitionGameVersion.clear();
+        setting.targetGameVersion.clear();
+        setting.currentStage = constant(Const::InitStage);
+        pending = PendingWork::None;
+    }
+    setting.installPath = options.folder;
+    setting.gamePath = QFileUtils::CombinePath(options.folder, constant(Const::GameFolderName));
+    setting.cachePath = QFileUtils::CombinePath(options.folder, constant(Const::CacheFolderName));
+    setting.unZipPath = QFileUtils::CombinePath(setting.cachePath, constant(Const::UnZipFolder));
+    setting.tempMergePath = QFileUtils::CombinePath(setting.cachePath, constant(Const::TempMergeFolderName));
+    summary.installedVersion = setting.currentGameVersion;
+    summary.version = setting.currentGameVersion;
+    return notice;
+}
+
+UpdatePlan UpdateRun::makePlan()
+{
+    UpdatePlan result;
+    result.installedVersion = summary.installedVersion;
+    result.newestVersion = newest;
+    result.fullPackageBytes = ctx->m_fullPackSize;
+    plan.clear();
+    if (bFullInstall) {
+        result.action = QStringLiteral("full install");
+        PlanStep step;
+        step.to = newest;
+        step.downloadBytes = ctx->m_fullPackSize;
+        const DiskSpace::Need need
+            = DiskSpace::FullInstall(step.downloadBytes, ReadFileList(manifests.value(newest)));
+        step.cacheBytes = need.cacheBytes;
+        step.gameBytes = need.gameBytes;
+        plan.append(step);
+    } else {
+        result.action = QStringLiteral("patch chain");
+        for (const PatchStep& patch : ctx->m_guideManifest.m_downloadList) {
+            PlanStep step;
+            step.from = VersionToString(patch.from);
+            step.to = VersionToString(patch.to);
+            step.downloadBytes = patch.files.value(0).size;
+            const DiskSpace::Need need = DiskSpace::PatchStep(step.downloadBytes,
+                ReadFileList(manifests.value(step.from)), ReadFileList(manifests.value(step.to)));
+            step.cacheBytes = need.cacheBytes;
+            step.gameBytes = need.gameBytes;
+            plan.append(step);
+        }
+    }
+    for (const PlanStep& step : plan)
+        result.downloadBytes += step.downloadBytes;
+    result.steps = plan;
+    return result;
 }
 
 StageResult UpdateRun::save() const

@@ -23,6 +23,12 @@ public:
         std::shared_ptr<Morvantix::GameUpdateContext> ctx);
 
     bool hasSettingsFile() const;
+    // Reads the settings into the context, following the install folder of the options; the text
+    // to tell when the settings had followed another folder, whose versions no longer count.
+    QString readSettings();
+    // The steps for the decision taken (full install or chain) with their disk space needs, kept as
+    // the run's plan, and the plan as shown.
+    UpdatePlan makePlan();
     // Writes the versions and then the pending work; a failed result when it cannot.
     StageResult save() const;
     // What the settings hold now is what a later failure goes back to.
