@@ -21,6 +21,9 @@ namespace Delta {
 
 namespace {
 
+// How much is written before it is handed to the disk in the background.
+constexpr std::uint64_t kWriteBehindPiece = 8 << 20;
+
 #ifdef _WIN32
 std::wstring wide(const std::string& utf8)
 {
@@ -104,6 +107,8 @@ Result ByteFile::open(const std::string& path, Mode mode)
     m_position = 0;
     errno = 0;
     m_unnamed = false;
+    m_writeBehind = mode == Mode::WriteUnnamed;
+    m_handedToDisk = 0;
     if (mode == Mode::WriteUnnamed) {
         m_file = openUnnamedBeside(path);
         m_unnamed = m_file != nullptr;
@@ -171,7 +176,20 @@ Result ByteFile::write(const void* data, std::size_t n)
         return ErrnoFailure("cannot write " + m_path, errno, Status::WriteFailed);
     m_position += n;
     m_size += n;
+    if (m_writeBehind && m_size - m_handedToDisk >= kWriteBehindPiece)
+        handToDisk();
     return {};
+}
+
+void ByteFile::handToDisk()
+{
+#ifdef SYNC_FILE_RANGE_WRITE
+    // Only a start: errors surface in sync, which every caller of this mode makes.
+    if (std::fflush(m_file) == 0)
+        sync_file_range(
+            fileno(m_file), off_t(m_handedToDisk), off_t(m_size - m_handedToDisk), SYNC_FILE_RANGE_WRITE);
+#endif
+    m_handedToDisk = m_size;
 }
 
 Result ByteFile::nameIt()

@@ -57,6 +57,12 @@ private:
     std::uint64_t m_size = 0;
     std::uint64_t m_position = 0;
     bool m_unnamed = false;
+    // A file that replaces another is synced before it gets its name: its bytes are handed to the
+    // disk as they come, so that the sync waits for the last piece only.
+    bool m_writeBehind = false;
+    std::uint64_t m_handedToDisk = 0;
+
+    void handToDisk();
 };
 
 // File system steps of the apply: each returns false and sets errno on failure.

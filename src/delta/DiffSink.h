@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PieceSink.h"
 #include "StreamWriter.h"
 
 #include <cstdint>
@@ -10,18 +11,15 @@ namespace Delta {
 // Where the matcher puts what it found: records of the control stream, the differences of each copy
 // coded by runs, and the extra bytes. Writes its three streams beside the diff and puts them together
 // behind the header at the end.
-class DiffSink
+class DiffSink : public PieceSink
 {
 public:
     DiffSink(const std::string& diffPath, Codec codec);
 
     Result open();
 
-    // The next piece of the new file: copy bytes from the old file at oldStart, each new byte being
-    // oldBytes[i] + the difference, then extra bytes as they are. newCopy and oldCopy hold copy bytes;
-    // both may be null when the copy is known to be exact.
     Result add(std::uint64_t oldStart, const unsigned char* oldCopy, const unsigned char* newCopy,
-        std::uint64_t copy, const unsigned char* extra, std::uint64_t extraLength);
+        std::uint64_t copy, const unsigned char* extra, std::uint64_t extraLength) override;
 
     // Writes the diff file: the header with the old and new file's figures, then the streams.
     Result finish(std::uint64_t oldSize, std::uint32_t oldCrc, std::uint64_t newSize, std::uint32_t newCrc);

@@ -3,10 +3,14 @@
 #include "ByteFile.h"
 #include "DiffSink.h"
 #include "Matcher.h"
+#include "PieceList.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <new>
+#include <system_error>
+#include <thread>
 #include <vector>
 #include <zlib.h>
 
@@ -22,6 +26,50 @@ constexpr std::uint64_t kLeastSlack = 8 << 20;
 constexpr std::uint64_t kLargestBlock = 1 << 20;
 // Per byte of a span: the span itself, and an old window up to twice as long with its index.
 constexpr std::uint64_t kSpanBytesPerByte = 1 + 2 * (1 + Matcher::kIndexBytesPerByte);
+
+// The new bytes are described in parts, taken in turn by one thread per core; parts of different
+// cost even out over several of them. A part below this costs more at its seam than it saves.
+constexpr std::int64_t kSmallestPart = 1 << 20;
+constexpr std::int64_t kMostParts = 8;
+
+// Describes the new bytes part by part on every core over the one index; the pieces of each part
+// wait in memory until the parts before it are in the sink. Each seam costs a few bytes.
+Result describeOnAllCores(
+    const Matcher& matcher, const unsigned char* newBytes, std::int64_t newSize, PieceSink& sink)
+{
+    const unsigned threads = std::min(std::thread::hardware_concurrency(), 2u);
+    const std::int64_t parts = std::min(kMostParts, newSize / kSmallestPart);
+    if (threads < 2 || parts < 2)
+        return matcher.describe(newBytes, newSize, 0, sink);
+    std::vector<PieceList> pieces(static_cast<std::size_t>(parts));
+    std::vector<Result> results(static_cast<std::size_t>(parts));
+    std::atomic<std::int64_t> next { 0 };
+    const auto describeParts = [&] {
+        for (std::int64_t part = next++; part < parts; part = next++) {
+            const std::int64_t begin = newSize * part / parts, end = newSize * (part + 1) / parts;
+            // Each part starts where the first one would have stood had it run on alone.
+            results[std::size_t(part)]
+                = matcher.describe(newBytes + begin, end - begin, begin, pieces[std::size_t(part)]);
+        }
+    };
+    std::thread helper;
+    try {
+        helper = std::thread(describeParts);
+    } catch (const std::system_error&) {
+        // Without a second thread this one takes every part.
+    }
+    describeParts();
+    if (helper.joinable())
+        helper.join();
+    for (std::int64_t part = 0; part < parts; ++part) {
+        Result result = results[std::size_t(part)];
+        if (result.ok())
+            result = pieces[std::size_t(part)].handTo(sink);
+        if (!result.ok())
+            return result;
+    }
+    return {};
+}
 
 template <typename T> bool allocate(std::vector<T>& buffer, std::uint64_t size)
 {
@@ -118,7 +166,7 @@ Result Encoder::encodeWhole(Files& files)
     if (result.ok())
         result = matcher.buildIndex();
     if (result.ok())
-        result = matcher.describe(newBytes.data(), std::int64_t(newBytes.size()), files.sink);
+        result = describeOnAllCores(matcher, newBytes.data(), std::int64_t(newBytes.size()), files.sink);
     if (!result.ok())
         return result;
     return files.sink.finish(oldBytes.size(), crcOf(oldBytes.data(), oldBytes.size()), newBytes.size(),
@@ -194,7 +242,7 @@ Result Encoder::matchSpan(Files& files, std::uint64_t begin, std::uint64_t end)
     if (result.ok())
         result = matcher.buildIndex();
     if (result.ok())
-        result = matcher.describe(newBytes.data(), std::int64_t(newBytes.size()), files.sink);
+        result = describeOnAllCores(matcher, newBytes.data(), std::int64_t(newBytes.size()), files.sink);
     return result;
 }
 

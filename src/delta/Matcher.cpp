@@ -109,14 +109,16 @@ std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, st
     return std::max(lowLength, highLength);
 }
 
-Result Matcher::describe(const unsigned char* newBytes, std::int64_t newSize, DiffSink& sink) const
+Result Matcher::describe(
+    const unsigned char* newBytes, std::int64_t newSize, std::int64_t firstOffset, PieceSink& sink) const
 {
     if (m_oldSize <= 0)
         return sink.add(m_oldBase, nullptr, nullptr, 0, newBytes, std::uint64_t(newSize));
     const unsigned char* const old = m_old;
     const std::int64_t oldSize = m_oldSize;
     std::int64_t scan = 0, length = 0, position = 0;
-    std::int64_t lastScan = 0, lastPosition = 0, lastOffset = 0;
+    std::int64_t lastScan = 0, lastOffset = firstOffset;
+    std::int64_t lastPosition = std::clamp<std::int64_t>(firstOffset, 0, oldSize);
     while (scan < newSize) {
         // Walk on until an exact match beats the current alignment (old = new + lastOffset) clearly,
         // or the alignment itself explains everything the match does.

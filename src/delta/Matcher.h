@@ -1,6 +1,6 @@
 #pragma once
 
-#include "DiffSink.h"
+#include "PieceSink.h"
 
 #include <cstdint>
 #include <vector>
@@ -23,8 +23,11 @@ public:
     static constexpr std::int64_t kLargestOld = 0x7fffffff - 1;
 
     Result buildIndex();
-    // Describes newBytes, which start at newBase in the new file, as records in the sink.
-    Result describe(const unsigned char* newBytes, std::int64_t newSize, DiffSink& sink) const;
+    // Describes newBytes as pieces in the sink, starting from the guess that they are the old bytes
+    // from firstOffset on. Only reads the index: several threads may describe parts of the new file
+    // at once.
+    Result describe(
+        const unsigned char* newBytes, std::int64_t newSize, std::int64_t firstOffset, PieceSink& sink) const;
 
 private:
     std::int64_t longestMatch(const unsigned char* text, std::int64_t n, std::int64_t& position) const;

@@ -89,6 +89,14 @@ private slots:
         QByteArray bigEdited = big;
         for (int i = 1; i < 6; ++i)
             bigEdited.replace(i * 500000, 4096, patternBytes(4096, quint32(i + 10)));
+        // Large enough to be described on both cores: edits straddle where its parts meet, and an
+        // insertion near the start moves every part off the place it is guessed to start from.
+        const QByteArray large = patternBytes(5 << 20, 4);
+        QByteArray largeEdited = large;
+        largeEdited.insert(100000, patternBytes(5000, 30));
+        for (int i = 1; i < 5; ++i)
+            largeEdited.replace(
+                int(qint64(largeEdited.size()) * i / 5) - 2000, 4000, patternBytes(4000, quint32(i + 20)));
         QByteArray bigShifted = big;
         bigShifted.insert(1500000, patternBytes(30000, 5));
         bigShifted.remove(2500000, 10000);
@@ -111,6 +119,7 @@ private slots:
         QTest::newRow("gzip files") << gzipped(textOf(20000, 1)) << gzipped(textOf(20000, 2)) << plenty
                                     << false << -1;
         QTest::newRow("streams deflated") << base << flipped(base, 1000) + "tail" << plenty << true << 8000;
+        QTest::newRow("parts on both cores") << large << largeEdited << plenty << false << 40000;
         QTest::newRow("spans, same places") << big << bigEdited << tight << false << 25000;
         QTest::newRow("spans, shifted") << big << bigShifted << tight << false << 35000;
         QTest::newRow("spans, new file longer") << big.left(1 << 20) << big << tight << false << -1;
