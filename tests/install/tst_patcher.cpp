@@ -16,7 +16,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#ifndef Q_OS_WIN
 #include <sys/stat.h>
+#endif
 
 using namespace Morvantix;
 using TestFiles::Tree;
@@ -74,6 +76,9 @@ private slots:
     // as it was, and the merge then applies the whole package.
     void bigPakKilledThenMerged()
     {
+#ifdef Q_OS_WIN
+        QSKIP("needs a FIFO in the file system to hold the tool half-way; Windows has none");
+#else
         Tree newTree;
         Tree oldTree = bigFilePair(newTree);
         oldTree.insert({ { "中文/资源.dat", TestFiles::patternBytes(300000, 1) }, { "keep.bin", "same" },
@@ -105,6 +110,7 @@ private slots:
         QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(newTree));
         QVERIFY(!m_recorder.last().bError);
         QCOMPARE(m_recorder.progress(&PatcherCallbackInfo::status), (QList<int> { 0, 0, 1, 1, 1, 2, 2 }));
+#endif
     }
 
     void mergeWithScriptedTool_data()
