@@ -65,7 +65,10 @@ QString ResolveUnder(const QString& root, const QString& relative)
 {
     if (root.trimmed().isEmpty() || !IsSafeRelativePath(relative))
         return QString();
-    return cleaned(root + QLatin1Char('/') + relative);
+    // A root that already ends in a separator ("/", "C:/") gets no second one: on Windows a path
+    // starting with two separators names a network share, so "/" + "/x" would leave the volume.
+    const bool separated = root.endsWith(QLatin1Char('/')) || root.endsWith(QLatin1Char('\\'));
+    return cleaned(separated ? root + relative : root + QLatin1Char('/') + relative);
 }
 
 bool IsInsideFolder(const QString& root, const QString& path)

@@ -24,6 +24,7 @@ private slots:
             { "backslashes, drive root", "C:\\Games\\", "p\\1.0\\a.7z", "C:/Games/p/1.0/a.7z", true },
             { "dots and doubled separators", "/c/", "./a//b.bin", "/c/a/b.bin", true },
             { "volume root", "/", "x", "/x", true },
+            { "drive root", "D:/", "x", "D:/x", true },
             { "name made of dots and more", "/c", "a..b/.x", "/c/a..b/.x", true },
             { "empty", "/c", "", "", true },
             { "only dots", "/c", "./.", "", true },
