@@ -1,8 +1,10 @@
 // Hashes one large file with GetFileMD5 and GetFileCRC32 and with the system's md5sum in the same
-// run, and prints the throughput of each, the ratio to md5sum and the growth of peak memory.
+// run, and prints the throughput of each, the ratio to md5sum and the growth of peak memory; then the
+// signed channel's SHA-256 against sha256sum.
 #include "ProcessStatus.h"
 
 #include "files/QFileUtils.h"
+#include "files/Sha256Hasher.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -13,6 +15,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <limits>
 
 namespace {
 
@@ -69,6 +72,29 @@ int main(int argc, char** argv)
         md5sumSecs / md5Secs, md5Digest == md5sumDigest ? "matches" : "DIFFERS");
     std::printf("GetFileCRC32    %8.1f MB/s  ratio to md5sum %.2f  crc %s\n", mb / crcSecs,
         md5sumSecs / crcSecs, qPrintable(crc));
+    QString sha256sumDigest;
+    const double sha256sumSecs = bestSeconds(
+        runs,
+        [&] {
+            QProcess sha256sum;
+            sha256sum.start(QStringLiteral("sha256sum"), { path });
+            sha256sum.waitForFinished(-1);
+            return QString::fromLatin1(sha256sum.readAllStandardOutput().left(64));
+        },
+        sha256sumDigest);
+    QString sha256Digest;
+    const double sha256Secs = bestSeconds(
+        runs,
+        [&] {
+            QString hex;
+            qint64 size = 0;
+            Sha256Hasher::HexDigestOfFile(path, std::numeric_limits<qint64>::max(), hex, size);
+            return hex;
+        },
+        sha256Digest);
+    std::printf("sha256sum       %8.1f MB/s\n", mb / sha256sumSecs);
+    std::printf("Sha256Hasher    %8.1f MB/s  ratio to sha256sum %.2f  digest %s\n", mb / sha256Secs,
+        sha256sumSecs / sha256Secs, sha256Digest == sha256sumDigest ? "matches" : "DIFFERS");
     std::printf("peak memory growth: MD5 %lld KiB, CRC-32 %lld KiB\n", peakAfterMd5 - peakBefore,
         peakAfterCrc - peakAfterMd5);
     return md5Digest == md5sumDigest ? 0 : 1;

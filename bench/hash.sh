@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Hashing throughput on a 1 GiB file: GetFileMD5 and GetFileCRC32 against md5sum, same run.
+# Hashing throughput on a 1 GiB file: GetFileMD5 and GetFileCRC32 against md5sum, and the signed
+# channel's SHA-256 against sha256sum, same run.
 set -euo pipefail
 build="$1"
 data="$(dirname "$0")/data"

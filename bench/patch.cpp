@@ -1,13 +1,13 @@
 // Applies a package of diffs to a game folder through the patch stage and, in the same run, by bare
-// "xdelta3 -d" calls, and prints the times and ratios. The stage patches in place and makes every new
-// file durable before it replaces the old one; the next file's diff runs while the current one is
-// applied. Its peer is the least any in-place patch does: bare
-// calls that write each new file beside the old one and rename it over. For reference, the same bare
-// calls writing into an empty folder, which replace nothing, and the bare calls that also flush each
-// file before the rename, as the stage does.
+// hpatchz calls, and prints the times and ratios. The diffs are made by the diff engine. The stage patches in
+// place and makes every new file durable before it replaces the old one; the next file's diff runs while the
+// current one is applied. Its peer is the least any in-place patch does: bare calls that write each new file
+// beside the old one and rename it over. For reference, the same bare calls writing into an empty folder,
+// which replace nothing, and the bare calls that also flush each file before the rename, as the stage does.
 #include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
 #include "core/PatchComponent.h"
+#include "delta/Encoder.h"
 #include "files/QFileUtils.h"
 #include "install/PatchInfo.h"
 
@@ -69,7 +69,10 @@ bool makeData(const QString& data, int files, int fileMb)
         const QString diffPath = data + QStringLiteral("/pkg/") + fileName(i) + QStringLiteral(".patch");
         QDir().mkpath(QFileInfo(diffPath).absolutePath());
         if (!writeFile(oldPath, old) || !writeFile(newPath, changed)
-            || !run(QStringLiteral("xdelta3"), { "-e", "-f", "-s", oldPath, newPath, diffPath }))
+            || !Delta::Encoder({})
+                    .encode(QFile::encodeName(oldPath).toStdString(),
+                        QFile::encodeName(newPath).toStdString(), QFile::encodeName(diffPath).toStdString())
+                    .ok())
             return false;
         const QString name = fileName(i) + QStringLiteral(".patch");
         info.patchFiles.insert(name, { name, QString(), 0 });
@@ -104,9 +107,9 @@ double bareSeconds(const QString& data, int files, Bare mode)
     timer.start();
     for (int i = 0; i < files; ++i) {
         const QString out = to + fileName(i) + (inPlace ? QStringLiteral(".new") : QString());
-        run(QStringLiteral("xdelta3"),
-            { "-d", "-f", "-s", from + fileName(i),
-                data + QStringLiteral("/pkg/") + fileName(i) + QStringLiteral(".patch"), out });
+        run(QStringLiteral("hpatchz"),
+            { from + fileName(i), data + QStringLiteral("/pkg/") + fileName(i) + QStringLiteral(".patch"),
+                out, "-f", "-s-1m" });
         if (mode == Bare::InPlaceFlushed) {
             const int fd = ::open(QFile::encodeName(out).constData(), O_RDONLY);
             ::fsync(fd);
@@ -189,9 +192,9 @@ int main(int argc, char** argv)
     }
     const double mb = files * fileMb;
     std::printf("%d diffs over %.0f MB of old files, best of %d rounds\n", files, mb, rounds);
-    std::printf("  bare xdelta3 -d, in place        %7.3f s  %7.1f MB/s\n", bare, mb / bare);
-    std::printf("  bare xdelta3 -d, empty folder    %7.3f s  %7.1f MB/s\n", bareEmpty, mb / bareEmpty);
-    std::printf("  bare xdelta3 -d, in place, fsync %7.3f s  %7.1f MB/s\n", bareFlushed, mb / bareFlushed);
+    std::printf("  bare hpatchz,      in place        %7.3f s  %7.1f MB/s\n", bare, mb / bare);
+    std::printf("  bare hpatchz,      empty folder    %7.3f s  %7.1f MB/s\n", bareEmpty, mb / bareEmpty);
+    std::printf("  bare hpatchz,      in place, fsync %7.3f s  %7.1f MB/s\n", bareFlushed, mb / bareFlushed);
     std::printf("  patch stage (hpatchz), in place  %7.3f s  %7.1f MB/s\n", stage, mb / stage);
     std::printf("  ratio stage / bare in place      %.3fx\n", stage / bare);
     std::printf("  ratio stage / bare empty folder  %.3fx\n", stage / bareEmpty);

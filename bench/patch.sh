@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The patch stage against bare "xdelta3 -d" calls: 20 diffs over 600 MB of old files, same run.
+# The patch stage against bare hpatchz calls: 20 diffs over 600 MB of old files, same run.
 # The stage runs the next file's diff alongside the current one, so it is also measured with both
 # sides held to one core.
 set -euo pipefail

@@ -143,7 +143,7 @@ int measure(int versions)
             versions, planMs, kGoalPlanMs, planMs / kGoalPlanMs, planPeakMib, kGoalPeakMib,
             planPeakMib / kGoalPeakMib, planGrowthMib);
     }
-    return found && ctx.m_solveResult == 0 ? 0 : 1;
+    return found && ctx.m_solveResult == Morvantix::SolveResult::Solved ? 0 : 1;
 }
 
 void discardMessages(QtMsgType, const QMessageLogContext&, const QString&) { }

@@ -184,7 +184,7 @@ bool unpackThroughStage(const QString& archive, const QString& folder)
     auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
     ctx->m_unZipFileList = QStringList { archive };
     ctx->m_unZipFolder = folder;
-    ctx->m_updateType = 2;
+    ctx->m_updateType = UpdateType::Update;
     GetUnZipComponent()->StartUnZip(*ctx);
     loop.exec();
     return code == 0;

@@ -3,8 +3,8 @@
 # Idempotent: packages already present are not touched and apt is not called at all.
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config qtbase5-dev zlib1g-dev 7zip xdelta3 curl nginx-light
-    g++-mingw-w64-x86-64-posix)
+packages=(build-essential cmake pkg-config qtbase5-dev zlib1g-dev libsodium-dev 7zip curl nginx-light
+    g++-mingw-w64-x86-64-posix libdivsufsort-dev libz-mingw-w64-dev wine64)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -35,11 +35,11 @@ void DownloadComponent::ResumeDownload(GameUpdateContext& ctx)
         m_downloader->ResumeDownload(ctx);
 }
 
-void DownloadComponent::GetContentByUrl(
-    QString url, std::function<void(const QString&, int)> callback, const QString& postData, bool sync)
+void DownloadComponent::GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+    const QString& postData, bool sync, qint64 maxBytes)
 {
     if (m_downloader)
-        m_downloader->GetContentByUrl(std::move(url), std::move(callback), postData, sync);
+        m_downloader->GetContentByUrl(std::move(url), std::move(callback), postData, sync, maxBytes);
 }
 
 void DownloadComponent::GetImageByUrl(QString url, std::function<void(const char*, int)> callback)

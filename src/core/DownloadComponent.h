@@ -28,8 +28,8 @@ public:
     virtual void PauseDownload(GameUpdateContext& ctx);
     virtual void ResumeDownload(GameUpdateContext& ctx);
 
-    void GetContentByUrl(
-        QString url, std::function<void(const QString&, int)> callback, const QString& postData, bool sync);
+    void GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+        const QString& postData, bool sync, qint64 maxBytes = -1);
     void GetImageByUrl(QString url, std::function<void(const char*, int)> callback);
     void SetSpeedLimit();
     void ShowMsg();

@@ -12,6 +12,9 @@ enum ErrorCode : int
     StallTimeout = 3,
     ContentTimeout = 4,
     WriteFailed = 5,
+    // A content fetch passed its size cap and was stopped; above every network error value, which
+    // travel in the same field.
+    ContentTooLarge = 1001,
 };
 
 } // namespace Morvantix

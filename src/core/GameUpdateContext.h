@@ -6,6 +6,7 @@
 #include "core/DownloadFileInfo.h"
 #include "core/ErrorCode.h"
 #include "core/LauncherManifest.h"
+#include "core/RecordCodes.h"
 #include "core/RemoteInfo.h"
 #include "core/UpdateSetting.h"
 #include "core/Version.h"
@@ -50,7 +51,7 @@ public:
     QString m_manifestContent = QStringLiteral("");
     bool m_bMd5Verify = false;
     bool m_bVerifyZip = false;
-    int m_updateType = 0; // 1 and 4 are the repair kinds
+    int m_updateType = 0; // UpdateType
     int m_downloadOption = 0;
     QString m_hostText0 = QStringLiteral("");
     QStringList m_unZipFileList;
@@ -73,7 +74,7 @@ public:
     // each of those stages.
     bool m_bLimitSpeed = false;
     RemoteInfo m_remoteInfo;
-    int m_solveResult = 0;
+    int m_solveResult = 0; // SolveResult
     bool m_bHostFlag3 = false;
     qint64 m_patchDownloadSize = 0;
     qint64 m_hostValue1 = 0;

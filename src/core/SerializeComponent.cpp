@@ -2,9 +2,9 @@
 
 namespace Morvantix {
 
-void SerializeComponent::SaveSetting(UpdateSetting& setting)
+bool SerializeComponent::SaveSetting(UpdateSetting& setting)
 {
-    m_serializer.SaveSetting(setting);
+    return m_serializer.SaveSetting(setting);
 }
 
 void SerializeComponent::ReadSetting(UpdateSetting& setting)
@@ -12,9 +12,9 @@ void SerializeComponent::ReadSetting(UpdateSetting& setting)
     m_serializer.ReadSetting(setting);
 }
 
-void SerializeComponent::SetValueByKey(QString key, QString value)
+bool SerializeComponent::SetValueByKey(QString key, QString value)
 {
-    m_serializer.SetValueByKey(key, value);
+    return m_serializer.SetValueByKey(key, value);
 }
 
 QString SerializeComponent::GetValueByKey(QString key)

@@ -15,9 +15,10 @@ public:
     SerializeComponent() = default;
 
     void Setup(EComponentType) override { }
-    virtual void SaveSetting(UpdateSetting& setting);
+    // False when config.ini could not be written.
+    virtual bool SaveSetting(UpdateSetting& setting);
     virtual void ReadSetting(UpdateSetting& setting);
-    virtual void SetValueByKey(QString key, QString value);
+    virtual bool SetValueByKey(QString key, QString value);
     virtual QString GetValueByKey(QString key);
 
 private:

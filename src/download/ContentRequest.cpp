@@ -21,6 +21,8 @@ void ContentRequest::Reset()
     index = 0;
     url = QUrl();
     postData = QStringLiteral("");
+    maxBytes = -1;
+    receivedBytes = 0;
     callback = nullptr;
     if (timer) {
         timer->stop();

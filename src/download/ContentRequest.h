@@ -26,6 +26,8 @@ struct ContentRequest
     QSharedPointer<QEventLoop> eventLoop;
     bool bUsed = false;
     bool bSync = false;
+    qint64 maxBytes = -1; // -1: no cap
+    qint64 receivedBytes = 0;
 
     // Drops the running attempt: it is aborted, and none of its signals arrive any more.
     void ReleaseReply();

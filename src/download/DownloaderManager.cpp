@@ -45,6 +45,8 @@ DownloaderManager::DownloaderManager(QObject* parent)
     , m_speedTimer(new QTimer(this), &QObject::deleteLater)
     , m_restartTimer(new QTimer(this), &QObject::deleteLater)
 {
+    // Made here, not in the list above: the retry limit is declared after it.
+    m_fetcher = new ContentFetcher(m_networkManager.data(), m_maxTimeoutRetry, this);
     qRegisterMetaType<ErrorCode>("Morvantix::ErrorCode");
 #ifdef __GLIBC__
     // The network thread allocates a fresh buffer for every socket read, and glibc gives freed heap
@@ -69,9 +71,7 @@ DownloaderManager::~DownloaderManager()
             timer->reset();
         }
     }
-    ReleaseDownloaderList();
-    qDeleteAll(m_waitingList);
-    m_waitingList.clear();
+    ReleaseDownloaderList(TransferState::Paused);
     m_pDownloaderInstance = nullptr;
 }
 
@@ -85,42 +85,38 @@ void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
     ClearRecordSpeed();
     ResetAccessible();
     m_bFinished = false;
-    m_bTransferScheduled = false;
+    m_pacer.ClearScheduled();
 
-    qDeleteAll(m_waitingList);
-    m_waitingList.clear();
+    m_queue.Reset(ctx.m_downloadFileList);
     m_downloadDir = QStringLiteral("");
     for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
         Logger::LogInfo(kTag,
             QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
                 .arg(file.url, file.localPath, QString::number(file.size)));
-        m_waitingList.append(new DownloadFileInfo(file));
         if (m_downloadDir.isEmpty())
             m_downloadDir = QFileUtils::GetParentPath(file.localPath);
     }
 
-    m_bytesTotalReceived = 0;
-    m_bytesLastSample = 0;
-    m_bytesDiscarded = 0;
+    m_meter.Restart();
     m_callbackInfo.speed = 0;
-    m_transferClock.restart();
-    m_lastTransferMs = 0;
+    m_pacer.RestartClock();
 }
 
 void DownloaderManager::CalculateTotalSize(GameUpdateContext& ctx)
 {
-    m_totalSize = 0;
-    m_bytesCurrentTotalReceived = 0;
+    qint64 totalSize = 0;
+    qint64 onDisk = 0;
     for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
-        m_totalSize += file.size;
+        totalSize += file.size;
         const qint64 localSize = QFileUtils::GetFileSize(file.localPath);
         // Longer than the server's file means it is not a prefix of it: resuming would only append
         // to garbage.
         if (file.size < localSize)
             QFileUtils::DeleteFileOrFolder(file.localPath);
         else
-            m_bytesCurrentTotalReceived += localSize;
+            onDisk += localSize;
     }
+    m_meter.SetJob(totalSize, onDisk);
 }
 
 void DownloaderManager::StartDownload(GameUpdateContext& ctx)
@@ -184,7 +180,6 @@ void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
         return;
     // The retry count stays: the restart after a network failure comes through here as well.
     m_bStop = false;
-    m_bTransferScheduled = true;
     PreStartDownload(ctx);
     if (RefuseEntriesOutsideCache(ctx))
         return;
@@ -203,12 +198,12 @@ void DownloaderManager::PauseDownload(GameUpdateContext& ctx)
     if (m_bStop)
         return;
     m_bStop = true;
-    m_bTransferScheduled = false;
+    m_pacer.ClearScheduled();
     m_timeoutTimer->stop();
     m_speedTimer->stop();
     m_restartTimer->stop();
     m_bRestartPending = false;
-    ReleaseDownloaderList();
+    ReleaseDownloaderList(TransferState::Paused);
 }
 
 void DownloaderManager::StartNextDownload()
@@ -222,7 +217,8 @@ void DownloaderManager::StartNextDownload()
     if (GetCurrentDownloaderListSize() >= kMaxRunningTransfers)
         return;
 
-    if (m_waitingList.isEmpty()) {
+    const int next = m_queue.NextWaiting();
+    if (next < 0) {
         if (GetCurrentDownloaderListSize() == 0) {
             Logger::LogInfo(kManagerTag,
                 QStringLiteral("XXX downloaderList.size() is %1").arg(GetCurrentDownloaderListSize()));
@@ -231,8 +227,8 @@ void DownloaderManager::StartNextDownload()
         return;
     }
 
-    const std::unique_ptr<DownloadFileInfo> next(m_waitingList.takeFirst());
-    PrivateStartRequest(QUrl(next->url), next->localPath, next->size);
+    const DownloadFileInfo file = m_queue.File(next);
+    PrivateStartRequest(QUrl(file.url), file.localPath, file.size);
 }
 
 void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& filePath, qint64 size)
@@ -245,14 +241,12 @@ void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& file
     // Dropping the last reference schedules the deletion: a transfer is often dropped from inside
     // one of its own signals.
     QSharedPointer<downloader> transfer(
-        new downloader(this, m_networkManager.data(), &m_bytesTotalReceived), &QObject::deleteLater);
+        new downloader(this, m_networkManager.data(), m_meter.ReceivedCounter()), &QObject::deleteLater);
     connect(transfer.data(), &downloader::ReadyToTransfer, this, &DownloaderManager::onReadyRead);
     connect(transfer.data(), &downloader::DownloadResult, this, &DownloaderManager::onDownloadResult);
-    connect(transfer.data(), &downloader::PartialDiscarded, this, [this](qint64 bytes) {
-        m_bytesCurrentTotalReceived -= bytes;
-        m_bytesDiscarded += bytes;
-    });
-    m_downloaderList.append(transfer);
+    connect(transfer.data(), &downloader::PartialDiscarded, this,
+        [this](qint64 bytes) { m_meter.Discard(bytes); });
+    m_queue.Start(m_queue.NextWaiting(), transfer);
     transfer->SetRequest(filePath, url, size);
     transfer->ReStartDownload();
     // A file found complete reports at once, and with it the whole job may have ended.
@@ -274,7 +268,7 @@ void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& file
 
 int DownloaderManager::GetCurrentDownloaderListSize() const
 {
-    return m_downloaderList.size();
+    return m_queue.RunningCount();
 }
 
 void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString filename)
@@ -283,7 +277,7 @@ void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString
         return;
     switch (code) {
     case ErrorCode::FileFinished:
-        ReleaseFinishedTransfer(filename);
+        m_queue.Finish(filename);
         StartNextDownload();
         break;
     case ErrorCode::NetworkFailed:
@@ -295,23 +289,12 @@ void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString
     }
 }
 
-void DownloaderManager::ReleaseFinishedTransfer(const QString& filename)
-{
-    for (int i = 0; i < m_downloaderList.size(); ++i) {
-        if (m_downloaderList.at(i)->GetFilePath() == filename) {
-            m_downloaderList.at(i)->Release();
-            m_downloaderList.removeAt(i);
-            return;
-        }
-    }
-}
-
 void DownloaderManager::HandleNetworkFailure(const QString& errStr)
 {
     // Only what the files gained since the last (re)start renews the restart budget: bytes a server
     // sends again before the resume offset, or that replace a discarded partial, are no progress,
     // and counting them would restart a server that always cuts at the same place forever.
-    if (m_bytesTotalReceived > m_bytesDiscarded) {
+    if (m_meter.GainedSinceRestart()) {
         m_bDataArrived = true;
         m_timeoutRetryCount = 0;
     }
@@ -330,7 +313,7 @@ void DownloaderManager::HandleNetworkFailure(const QString& errStr)
         qDebug() << "timeout"
                  << "add";
         ++m_timeoutRetryCount;
-        ReleaseDownloaderList();
+        ReleaseDownloaderList(TransferState::Restarting);
         m_bRestartPending = true;
         m_restartTimer->start(Morvantix::Timing::restartDelayMs());
         return;
@@ -395,7 +378,8 @@ void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
     // The record outlives jobs; a failure must not read as the completion of the one before.
     m_callbackInfo.bComplete = false;
     m_callbackInfo.errorCode = errorCodem;
-    ReleaseDownloaderList();
+    ReleaseDownloaderList(
+        errorCodem == ErrorCode::StallTimeout ? TransferState::Stalled : TransferState::Failed);
     ReportToCallback();
 }
 
@@ -408,13 +392,11 @@ void DownloaderManager::FinishDownload()
         return;
     m_bFinished = true;
     m_bStop = true;
-    ReleaseDownloaderList();
     // The last sample may be up to a second old; the completion carries what is on disk now.
-    TakeBytesSinceLastSample();
-    FillProgress();
+    m_meter.ReportFinal(m_callbackInfo);
     m_callbackInfo.bError = false;
     m_callbackInfo.bComplete = true;
-    m_callbackInfo.totalBytes = m_totalSize;
+    m_callbackInfo.totalBytes = m_meter.TotalSize();
     ReportToCallback();
 }
 
@@ -424,20 +406,93 @@ void DownloaderManager::ReportToCallback()
         m_callback(m_callbackInfo);
 }
 
-void DownloaderManager::ReleaseDownloaderList()
+void DownloaderManager::ReleaseDownloaderList(TransferState why)
 {
-    for (int i = m_downloaderList.size() - 1; i >= 0; --i)
-        m_downloaderList.at(i)->Release();
-    m_downloaderList.clear();
+    m_queue.StopRunning(why);
 }
 
 void DownloaderManager::ResetAccessible()
 {
-    QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED
-    if (m_networkManager->networkAccessible() == QNetworkAccessManager::NotAccessible) {
-        Logger::LogInfo(kTag, QStringLiteral("ResetAccessible"));
-        m_networkManager->setNetworkAccessible(QNetworkAccessManager::Accessible);
-    }
-    QT_WARNING_POP
+    m_fetcher->ResetAccessible();
+}
+
+// The paced side: the loop that moves bytes from the transfers to their files within the budget of
+// the limit, and the one-second sample of the figures.
+
+void DownloaderManager::SetSpeedLimit()
+{
+    ClearRecordSpeed();
+    PrivateSetSpeedLimit();
+    m_pacer.ForgetElapsed();
+}
+
+void DownloaderManager::ClearRecordSpeed()
+{
+    m_meter.ClearRecord();
+}
+
+void DownloaderManager::PrivateSetSpeedLimit()
+{
+    const auto ctx = Morvantix::CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
+    m_pacer.SetLimit(ctx->m_bLimitSpeed ? ctx->m_updateSetting.limitSpeed : -1);
+    const qint64 readBuffer = TransferPacer::ReadBufferSize(m_pacer.Limit(), m_queue.RunningCount());
+    for (const QPointer<downloader>& transfer : m_queue.RunningTransfers())
+        transfer->SetReadBufferSize(readBuffer);
+    Logger::LogInfo(kTag, QStringLiteral("limit is %1").arg(m_pacer.Limit()));
+}
+
+void DownloaderManager::scheduleTransfer()
+{
+    // The stall time-out counts from the last pass that was asked for.
+    m_timeoutTimer->start(Morvantix::Timing::stallTimeoutMs());
+    if (m_pacer.MarkScheduled())
+        QTimer::singleShot(m_pacer.TickMs(), this, &DownloaderManager::transfer);
+}
+
+void DownloaderManager::transfer()
+{
+    m_pacer.ClearScheduled();
+    if (m_bStop)
+        return;
+    const PassEnd end = m_pacer.Pass(m_queue.RunningTransfers(), [this] { return m_bStop; });
+    if (end == PassEnd::BudgetSpent)
+        scheduleTransfer();
+}
+
+void DownloaderManager::onCalcSpeed()
+{
+    const qint64 delta = m_meter.TakeDelta();
+    if (m_bStop)
+        return;
+    m_meter.Report(delta, m_callbackInfo);
+    ReportToCallback();
+}
+
+// The one-shot fetches are the fetcher's; the manager only lends them its network.
+
+void DownloaderManager::ClearContentVector()
+{
+    m_fetcher->ClearContentVector();
+}
+
+void DownloaderManager::GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+    const QString& postData, bool sync, qint64 maxBytes)
+{
+    m_fetcher->GetContentByUrl(std::move(url), std::move(callback), postData, sync, maxBytes);
+}
+
+void DownloaderManager::GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback)
+{
+    m_fetcher->GetImageByUrl(std::move(url), std::move(callback));
+}
+
+void DownloaderManager::GetHeaderByUrl(
+    QString url, const QSet<QString>& keys, std::function<void(const QMap<QString, QString>&)> callback)
+{
+    m_fetcher->GetHeaderByUrl(std::move(url), keys, std::move(callback));
+}
+
+void DownloaderManager::PrivateGetContentByUrl(int index)
+{
+    m_fetcher->PrivateGetContentByUrl(index);
 }

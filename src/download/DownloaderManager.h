@@ -3,10 +3,11 @@
 #include "core/CallbackInfo.h"
 #include "core/CoreExport.h"
 #include "core/GameUpdateContext.h"
-#include "download/ContentRequest.h"
+#include "download/ContentFetcher.h"
+#include "download/SpeedMeter.h"
+#include "download/TransferPacer.h"
+#include "download/TransferQueue.h"
 
-#include <QElapsedTimer>
-#include <QList>
 #include <QMap>
 #include <QObject>
 #include <QSet>
@@ -18,10 +19,7 @@
 #include <functional>
 
 class QNetworkAccessManager;
-class QNetworkReply;
-class QNetworkRequest;
 class QTimer;
-class downloader;
 
 // Downloads the file list of the current job, at most five files at a time, resuming partial files.
 // Bytes are pulled out of the transfers by one paced loop shared by all of them, which is where the
@@ -30,6 +28,10 @@ class downloader;
 //
 // It also serves the small one-shot fetches of the library: texts with retries, images, headers.
 // Everything runs in the thread of the host's event loop.
+//
+// The manager decides when a job starts, restarts and ends; its parts do the rest: the files and
+// their states (TransferQueue), the pace of the loop and the limit (TransferPacer), the figures
+// reported (SpeedMeter) and the one-shot fetches (ContentFetcher).
 class CORE_EXPORT DownloaderManager : public QObject
 {
     Q_OBJECT
@@ -46,8 +48,9 @@ public:
     void SetSpeedLimit();
 
     void ClearContentVector();
-    void GetContentByUrl(
-        QString url, std::function<void(const QString&, int)> callback, const QString& postData, bool sync);
+    // maxBytes: the fetch fails with ContentTooLarge, without retries, once more has arrived.
+    void GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+        const QString& postData, bool sync, qint64 maxBytes = -1);
     void GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback);
     void GetHeaderByUrl(
         QString url, const QSet<QString>& keys, std::function<void(const QMap<QString, QString>&)> callback);
@@ -70,7 +73,6 @@ private:
 
     void CalculateTotalSize(Morvantix::GameUpdateContext& ctx);
     void FinishDownload();
-    void ReleaseDownloaderList();
     void ResetAccessible();
     int GetCurrentDownloaderListSize() const;
     void PrivateStartRequest(const QUrl& url, const QString& filePath, qint64 size);
@@ -81,19 +83,9 @@ private:
     bool IsCacheFolder(const QString& folder, const Morvantix::GameUpdateContext& ctx) const;
     void RestartAfterFailure();
     void HandleNetworkFailure(const QString& errStr);
-    void ReleaseFinishedTransfer(const QString& filename);
-    void TakeBytesSinceLastSample();
-    void FillProgress();
+    // Every running transfer stops, its file in the state that says why.
+    void ReleaseDownloaderList(TransferState why);
     void ReportToCallback();
-    qint64 TransferBudget(qint64 msecs) const;
-    qint64 ElapsedSinceLastTransfer();
-
-    void ContentAttemptTimedOut(int index);
-    void ContentAttemptFinished(int index);
-    void CompleteContentAttempt(int index, int error, const QString& errorString, const QString& firstHeader);
-    void QuitContentLoop(int index);
-    QNetworkRequest FetchRequest(const QUrl& url) const;
-    static QString WithTimestamp(const QString& url);
 
     static DownloaderManager* m_pDownloaderInstance;
 
@@ -105,28 +97,16 @@ private:
     QSharedPointer<QTimer> m_restartTimer;
     bool m_bStop = true;
     QUrl m_downloadUrl;
-    QList<Morvantix::DownloadFileInfo*> m_waitingList;
-    QVector<QSharedPointer<downloader>> m_downloaderList;
+    TransferQueue m_queue; // the waiting files and the running transfers
     QString m_filePath;
     qint64 m_fileSize = 0;
-    QVector<ContentRequest> m_contentList;
+    ContentFetcher* m_fetcher = nullptr; // a child: it goes with the manager
     QString m_downloadDir;
     bool m_bFinished = false;
-    qint64 m_bytesTotalReceived = 0;
-    qint64 m_bytesLastSample = 0;
-    qint64 m_totalSize = 0;
-    qint64 m_bytesCurrentTotalReceived = 0;
-    qint64 m_transferBudget = 0;
-    qint64 m_transferElapsed = 0;
-    int m_limitSpeed = 0;
-    bool m_bTransferScheduled = false;
-    QElapsedTimer m_transferClock;
-    qint64 m_lastTransferMs = 0;
-    QVector<qint64> m_speedRecord;
-    int m_speedRecordIndex = 0;
+    SpeedMeter m_meter; // the byte counts and the speed record
+    TransferPacer m_pacer; // the limit and the transfer loop's clock
     int m_timeoutRetryCount = 0;
     bool m_bRestartPending = false;
     const int m_maxTimeoutRetry = 3;
     bool m_bDataArrived = false; // "startDownloadedFlag" in the traces
-    qint64 m_bytesDiscarded = 0; // of partial files started again since PreStartDownload
 };

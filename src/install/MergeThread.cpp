@@ -70,7 +70,7 @@ bool CanRunAlongside(const MergeTask& first, const MergeTask& second)
 MergeThread::MergeThread(QObject* parent)
     : QThread(parent)
 {
-    qRegisterMetaType<MergeStatus>("MergeStatus");
+    qRegisterMetaType<Morvantix::MergeStatus>("Morvantix::MergeStatus");
     connect(this, &QThread::finished, this, &MergeThread::finishedThread);
 }
 
@@ -181,7 +181,7 @@ bool MergeThread::MergeFiles()
         }
         if (!MergeOne(tool, m_mergeList[i], arguments, firstRun.get()))
             return false;
-        emit MergeProgress(m_index, m_total, QVariant::fromValue(MergeStatusPatch));
+        emit MergeProgress(m_index, m_total, QVariant::fromValue(Morvantix::MergeStatusPatch));
     }
     return true;
 }
@@ -241,7 +241,7 @@ void MergeThread::AddFiles()
         const QString src = QFileUtils::CombinePath(m_patchDir, path);
         const QString dst = QFileUtils::CombinePath(m_targetPath, path);
         Logger::LogInfo(kTag, QStringLiteral("AddFile %1 To %2").arg(src, dst));
-        emit MergeProgress(counter, total, QVariant::fromValue(MergeStatusAdd));
+        emit MergeProgress(counter, total, QVariant::fromValue(Morvantix::MergeStatusAdd));
         if (QFileUtils::IsFileExist(src) && !QFileUtils::CopyOneFile(src, dst))
             return Fail(PatchTexts::mergeFileInUse(dst));
     }
@@ -258,7 +258,7 @@ void MergeThread::DeleteFiles()
             return Fail(PatchTexts::cancelled());
         ++counter;
         const QString full = QFileUtils::CombinePath(m_targetPath, path);
-        emit MergeProgress(counter, total, QVariant::fromValue(MergeStatusDelete));
+        emit MergeProgress(counter, total, QVariant::fromValue(Morvantix::MergeStatusDelete));
         if (QFileInfo::exists(full) && !QFileUtils::DeleteFileOrFolder(full))
             return Fail(PatchTexts::mergeFileInUse(full));
         Logger::LogInfo(kTag, QStringLiteral("DeleteFile %1").arg(full));

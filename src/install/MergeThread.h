@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/CoreExport.h"
+#include "core/RecordCodes.h"
 #include "install/PatchInfo.h"
 
 #include <QMetaType>
@@ -12,14 +13,8 @@
 
 class ToolRunAhead;
 
-// What a merge progress report is about.
-enum MergeStatus : int
-{
-    MergeStatusPatch = 0, // rebuilding a file from its diff
-    MergeStatusAdd = 1, // adding a file the package carries whole
-    MergeStatusDelete = 2, // deleting a file the new version drops
-};
-Q_DECLARE_METATYPE(MergeStatus)
+// What a merge progress report is about travels as a variant to the patcher.
+Q_DECLARE_METATYPE(Morvantix::MergeStatus)
 
 // One file rebuilt from its diff. The output is the old file itself: files are patched in place.
 struct MergeTask

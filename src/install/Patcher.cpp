@@ -81,7 +81,9 @@ void Patcher::MergeProgress(int percent, int totalpercent, QVariant status)
 {
     if (!m_callback)
         return;
-    m_callbackInfo.status = status.canConvert<MergeStatus>() ? int(status.value<MergeStatus>()) : 0;
+    m_callbackInfo.status = status.canConvert<Morvantix::MergeStatus>()
+        ? int(status.value<Morvantix::MergeStatus>())
+        : int(Morvantix::MergeStatusPatch);
     m_callbackInfo.bError = false;
     m_callbackInfo.totalpercent = totalpercent;
     m_callbackInfo.percent = percent;

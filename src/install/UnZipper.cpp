@@ -44,7 +44,7 @@ void UnZipper::StartUnZip(Morvantix::GameUpdateContext& ctx)
     }
     m_zipThread->m_fileList.clear();
     m_zipThread->m_fileList.append(ctx.m_unZipFileList);
-    m_zipThread->m_bRepair = ctx.m_updateType == 1 || ctx.m_updateType == 4;
+    m_zipThread->m_bRepair = Morvantix::UpdateType::IsRepair(ctx.m_updateType);
     m_zipThread->m_unZipFolder = ctx.m_unZipFolder;
     m_zipThread->start(QThread::InheritPriority);
 }

@@ -240,11 +240,22 @@ void VerifyThread::CleanPakFolder(const ManifestFileMap& map, const QString& fol
     QFileUtils::getFileListUnderDir(pakFolder, files);
     if (files.isEmpty())
         return;
+    const QString canonicalPakFolder = QFileInfo(pakFolder).canonicalFilePath();
     QSet<QString> known;
     known.reserve(map.size());
-    for (const ManifestFileInfo& entry : map)
-        known.insert(pakKey(QFileUtils::CombinePath(folder, entry.path)));
-    const QString canonicalPakFolder = QFileInfo(pakFolder).canonicalFilePath();
+    bool bListsPak = false;
+    for (const ManifestFileInfo& entry : map) {
+        const QString full = QFileUtils::CombinePath(folder, entry.path);
+        known.insert(pakKey(full));
+        bListsPak = bListsPak || liesInPakFolder(canonicalPakFolder, full);
+    }
+    // A list that names no pak at all is not this game's list (a truncated or foreign document), and
+    // would make every pak of the game look unlisted.
+    if (!bListsPak) {
+        Logger::LogInfo(
+            kTag, QStringLiteral("the manifest names no pak; nothing deleted in %1").arg(pakFolder));
+        return;
+    }
     for (const QString& file : files) {
         if (known.contains(pakKey(file)) || !liesInPakFolder(canonicalPakFolder, file))
             continue;

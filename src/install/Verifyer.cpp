@@ -55,7 +55,7 @@ void Verifyer::StartVerify(Morvantix::GameUpdateContext& ctx)
     job.m_verifyFolder = ctx.m_installPath;
     job.m_bZip = ctx.m_bVerifyZip;
     job.m_bPatchMerge = ctx.m_bLimitSpeed;
-    job.m_bCollectAll = ctx.m_updateType == 1 || ctx.m_updateType == 4;
+    job.m_bCollectAll = Morvantix::UpdateType::IsRepair(ctx.m_updateType);
     job.m_bMd5 = ctx.m_bMd5Verify;
     job.m_failedList.clear();
     if (!job.m_bZip) {

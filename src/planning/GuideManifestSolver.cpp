@@ -49,7 +49,7 @@ void planPatchChain(GameUpdateContext& ctx, const GuideManifestInfo& manifest)
     // is no chain, or when the pack is empty. Launchers in the field depend on that choice; the
     // comparison stays as it is.
     if (!found || ctx.m_fullPackSize <= cost) {
-        ctx.m_solveResult = 8;
+        ctx.m_solveResult = Morvantix::SolveResult::FullPack;
         PlanFullPack(ctx, ctx.m_guideManifest.m_fullPackFiles);
         return;
     }
@@ -70,7 +70,7 @@ void planPatchChain(GameUpdateContext& ctx, const GuideManifestInfo& manifest)
 
 void SolveGuideManifest(const QString& text, GameUpdateContext& ctx)
 {
-    ctx.m_solveResult = 0;
+    ctx.m_solveResult = Morvantix::SolveResult::Solved;
     const GuideManifestInfo manifest = ReadGuideManifest(text);
     const QString& newestText = manifest.lastVersion;
     qCCritical(lcConfig).noquote() << QStringLiteral("the newest version %1").arg(newestText);
@@ -83,7 +83,7 @@ void SolveGuideManifest(const QString& text, GameUpdateContext& ctx)
     qint64 fullPackSize = 0;
     if (!FindFullPack(ctx, manifest, newestText, fullPackFiles, fullPackSize)) {
         qCCritical(lcConfig) << "the newest version full pack is not exist, please check the manifest";
-        ctx.m_solveResult = 7;
+        ctx.m_solveResult = Morvantix::SolveResult::NoFullPack;
         return;
     }
     plan.m_fullPackFiles = fullPackFiles;
@@ -99,7 +99,7 @@ void SolveGuideManifest(const QString& text, GameUpdateContext& ctx)
     Version installedVersion;
     GetVersionByString(installed, installedVersion);
     if (plan.m_newestVersion < installedVersion) {
-        ctx.m_solveResult = 6;
+        ctx.m_solveResult = Morvantix::SolveResult::InstalledNewer;
         return;
     }
     planPatchChain(ctx, manifest);

@@ -11,9 +11,8 @@
 namespace Morvantix {
 
 // The update decision for the game. Reads the guide manifest text and leaves in ctx the newest
-// version, its full pack and the download list of the next step; ctx.m_solveResult tells the outcome:
-// 0 up to date or a patch chain planned, 6 installed version newer than the server's, 7 no full pack
-// for the newest version, 8 full install planned. A fresh install also plans the full pack, with 0.
+// version, its full pack and the download list of the next step; ctx.m_solveResult tells the outcome
+// (SolveResult). A fresh install also plans the full pack, with SolveResult::Solved.
 CORE_EXPORT void SolveGuideManifest(const QString& text, GameUpdateContext& ctx);
 
 // The full pack of version (the package from version to itself) as download entries with their total

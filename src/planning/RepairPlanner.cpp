@@ -42,7 +42,7 @@ void prepareVerifyJob(const QString& manifestText, const QString& folder, GameUp
     ctx.m_installPath = folder;
     ctx.m_bVerifyZip = false;
     ctx.m_bMd5Verify = true;
-    ctx.m_updateType = 1;
+    ctx.m_updateType = Morvantix::UpdateType::Repair;
 }
 
 // The patch info file sits at the top of the repair folder under a fixed name, so a game file of

@@ -66,7 +66,7 @@ QString Serializer::GetValueByKey(const QString& key)
     return value.canConvert<QString>() ? value.toString() : QString();
 }
 
-void Serializer::SetValueByKey(const QString& key, const QString& value)
+bool Serializer::SetValueByKey(const QString& key, const QString& value)
 {
     if (!m_ini)
         Logger::LogFatal(QString::fromLatin1(Const::SerializerTag),
@@ -76,6 +76,7 @@ void Serializer::SetValueByKey(const QString& key, const QString& value)
     m_ini->sync();
     Logger::LogInfo(QString::fromLatin1(Const::SerializerTag),
         QStringLiteral("save key is %1, value is %2").arg(key, value));
+    return m_ini->status() == QSettings::NoError;
 }
 
 void Serializer::WriteDefault(const char* name, const QVariant& value)
@@ -164,7 +165,7 @@ void Serializer::ReadSetting(UpdateSetting& s)
     s.guideServer = GetValueByKey(key(Const::GuideServer));
 }
 
-void Serializer::SaveSetting(UpdateSetting& s)
+bool Serializer::SaveSetting(UpdateSetting& s)
 {
     SetValueByKey(key(Const::InstallPath), s.installPath);
     SetValueByKey(key(Const::CurrentGameVersion), s.currentGameVersion);
@@ -187,4 +188,9 @@ void Serializer::SaveSetting(UpdateSetting& s)
     WriteDefault(Const::SystemExplorer, s.systemExplorer);
     WriteDefault(Const::NewAgreementCheckedFlag, s.newAgreementCheckedFlag);
     m_ini->sync();
+    if (m_ini->status() == QSettings::NoError)
+        return true;
+    Logger::LogInfo(QString::fromLatin1(Const::SerializerTag),
+        QStringLiteral("cannot write %1 (status %2)").arg(m_ini->fileName()).arg(int(m_ini->status())));
+    return false;
 }

@@ -15,9 +15,13 @@ public:
     Serializer();
 
     void ReadSetting(Morvantix::UpdateSetting& setting);
-    void SaveSetting(Morvantix::UpdateSetting& setting);
+    // False when the file could not be written (read-only, a folder in its place, a full disk); the
+    // file then keeps what it held. Qt writes the whole file to a QSaveFile and renames it into place,
+    // so a kill or a full disk never leaves half a file.
+    bool SaveSetting(Morvantix::UpdateSetting& setting);
     QString GetValueByKey(const QString& key);
-    void SetValueByKey(const QString& key, const QString& value);
+    // False when the file could not be written.
+    bool SetValueByKey(const QString& key, const QString& value);
 
     // The file the settings live in.
     QString FilePath() const;

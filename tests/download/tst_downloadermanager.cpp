@@ -399,6 +399,35 @@ private slots:
         }
     }
 
+    void fetchStopsAtItsCap_data()
+    {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<int>("code");
+        const int cap = 300000;
+        QTest::newRow("at the cap") << cap << 0;
+        QTest::newRow("one byte over, asked once") << cap + 1 << int(ContentTooLarge);
+        QTest::newRow("far over") << 20 * cap << int(ContentTooLarge);
+    }
+    void fetchStopsAtItsCap()
+    {
+        QFETCH(int, size);
+        QFETCH(int, code);
+        const int cap = 300000;
+        // In pieces, as a document far larger than its cap would arrive.
+        m_server->setRoute("/doc.txt", QByteArray(size, 'd'), { { 200, false, 65536, 1 } });
+        const auto answer = std::make_shared<Answer>();
+        GetDownloadComponent()->GetContentByUrl(
+            m_server->url("/doc.txt"),
+            [answer](const QString& text, int result) { answer->record(text, result); }, QString(), false,
+            cap);
+        QTRY_COMPARE_WITH_TIMEOUT(answer->calls, 1, 5000);
+        QTest::qWait(3 * Timing::fetchRetryPauseMs());
+        QCOMPARE(answer->calls, 1);
+        QCOMPARE(answer->code, code);
+        QCOMPARE(answer->content.size(), code == 0 ? size : 0);
+        QCOMPARE(m_server->requests("/doc.txt").size(), 1);
+    }
+
     void speedLimitHoldsThenPaces()
     {
         // Far larger than the sockets' kernel buffers: a file whose rest fits in them is read to its

@@ -1,3 +1,4 @@
+#include "HostProcess.h"
 #include "NginxServer.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
@@ -6,9 +7,16 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QtTest>
 
+#include <algorithm>
 #include <memory>
+
+#ifndef Q_OS_WIN
+#include <csignal>
+#include <unistd.h>
+#endif
 
 // The host and the publisher as programs, against a real nginx: three versions of a small game are
 // published into two channels, "a" (1.0.0.1 only) and "b" (1.0.0.1 to 1.0.0.3, patches one version
@@ -18,13 +26,11 @@ namespace {
 
 const QString kBin = QStringLiteral(CORE_BIN_DIR);
 #ifdef Q_OS_WIN
-const QString kExe = QStringLiteral(".exe");
 const char kPathSeparator = ';';
-// The channels are published by the Linux build's publisher (its diffs need xdelta3), which Wine
-// starts as the Linux program it is.
+// The channels are published by the Linux build's publisher, which Wine starts as the Linux program
+// it is.
 const QString kPublisher = QStringLiteral(CORE_PUBLISHER);
 #else
-const QString kExe;
 const char kPathSeparator = ':';
 const QString kPublisher = kBin + QStringLiteral("/core-publish");
 #endif
@@ -38,7 +44,9 @@ QByteArray edited(QByteArray data, int offset, quint32 seed)
 
 TestFiles::Tree version(int n)
 {
+    // The pak folder is the one the verifier cleans of files its list does not name.
     TestFiles::Tree files { { "Paks/game.pak", patternBytes(1200000, 1) },
+        { "KX/Content/Paks/main.pak", patternBytes(100000, 7) },
         { "Paks/voice.pak", patternBytes(600000, 2) }, { "bin/game.exe", patternBytes(300000, 3) },
         { "config/settings.ini", "quality=low\n" }, { "文件/说明.txt", "版本一\n" },
         { "old/removed.txt", "gone\n" } };
@@ -56,17 +64,37 @@ TestFiles::Tree version(int n)
     return files;
 }
 
-// How the host ended, and the last JSON object it printed of each type.
-struct Run
+#ifndef Q_OS_WIN
+// The host in a process group of its own, as a shell starts a command: a Ctrl-C at the terminal goes
+// to that whole group.
+class GroupLeader : public QProcess
 {
-    int exitCode = -1;
-    QMap<QString, QJsonObject> last;
-
-    QString result() const
-    {
-        return QStringLiteral("%1 %2").arg(exitCode).arg(last["result"]["outcome"].toString());
-    }
+protected:
+    void setupChildProcess() override { ::setpgid(0, 0); }
 };
+
+// A stand-in for 7-Zip beside the host, which the library finds first: it records its process id,
+// waits, then becomes the real 7-Zip (or only waits, for a tool that must be seen to die).
+void writeSlowSevenZip(const QString& appFolder, int waitSeconds, bool bThenUnpack)
+{
+    const QString real = QStandardPaths::findExecutable("7zz");
+    const QByteArray script = "#!/bin/sh\necho $$ > '" + appFolder.toUtf8() + "/7z.pid'\n"
+        + (bThenUnpack
+                ? "sleep " + QByteArray::number(waitSeconds) + "\nexec '" + real.toUtf8() + "' \"$@\"\n"
+                : "exec sleep " + QByteArray::number(waitSeconds) + "\n");
+    QVERIFY(TestFiles::writeFile(appFolder + "/7z", script));
+    QVERIFY(QFile::setPermissions(appFolder + "/7z", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+}
+
+// Running, and not a zombie waiting to be reaped.
+bool processRuns(qint64 pid)
+{
+    const QByteArray stat = TestFiles::readFile(QStringLiteral("/proc/%1/stat").arg(pid));
+    return !stat.isEmpty() && !stat.contains(") Z ");
+}
+#endif
+
+using HostProcess::Run;
 
 } // namespace
 
@@ -84,7 +112,10 @@ private slots:
         QVERIFY(TestFiles::writeTree(root + "/a/1.0.0.1", version(1)));
         for (int n = 1; n <= 3; ++n)
             QVERIFY(TestFiles::writeTree(QStringLiteral("%1/b/1.0.0.%2").arg(root).arg(n), version(n)));
-        for (const QString channel : { "a", "b" }) {
+        // Nothing leads from 1.0.0.1 here: an update from it takes the full package.
+        for (int n = 2; n <= 3; ++n)
+            QVERIFY(TestFiles::writeTree(QStringLiteral("%1/d/1.0.0.%2").arg(root).arg(n), version(n)));
+        for (const QString channel : { "a", "b", "d" }) {
             const QStringList arguments { NginxServer::unixPath(root + '/' + channel),
                 NginxServer::unixPath(root + "/www/" + channel) };
 #ifdef Q_OS_WIN
@@ -105,10 +136,9 @@ private slots:
 
     void init()
     {
-        m_case = std::make_unique<QTemporaryDir>();
+        m_case = HostProcess::newCase(kBin);
+        QVERIFY(m_case);
         m_installDir = m_case->path() + "/install";
-        QDir().mkpath(m_case->path() + "/app");
-        QVERIFY(QFile::copy(kBin + "/core-update" + kExe, m_case->path() + "/app/core-update" + kExe));
         m_nginx->clearAccessLog();
     }
 
@@ -210,10 +240,6 @@ private slots:
         QVERIFY(inUse.last["error"]["path"].toString().endsWith("MorvantixGame/Paks/game.pak"));
         QCOMPARE(md5Tree(game()), md5Tree(version(1)));
 
-#ifdef Q_OS_WIN
-        if (!QFile::exists(kBin + "/hpatchz.exe"))
-            QSKIP("the chain needs hpatchz.exe, the Windows diff tool, which this build does not have yet");
-#endif
         const Run run = runHost("update", "b");
         QCOMPARE(run.result(), "0 updated");
         QCOMPARE(md5Tree(game()), md5Tree(version(3)));
@@ -236,25 +262,234 @@ private slots:
     {
         QFETCH(QString, document);
         QFETCH(QString, line);
-        const QString channel = m_work.path() + "/www/bad";
-        QDir(channel).removeRecursively();
-        for (const QString& name : { "info.json", "manifest.txt", "1.0.0.3/manifest.txt" })
-            QVERIFY(TestFiles::writeFile(
-                channel + "/" + name, TestFiles::readFile(m_work.path() + "/www/b/" + name)));
-        QVERIFY(TestFiles::writeFile(
-            channel + "/" + document, line.toUtf8() + "\n" + TestFiles::readFile(channel + "/" + document)));
+        serveDocuments({ { document, line.toUtf8() + "\n" + publishedDocument(document) } });
         QCOMPARE(runHost("install", "bad").exitCode, 7);
         QVERIFY(!QFile::exists(game()));
         QVERIFY(packageRequests().isEmpty());
     }
 
+    // A version's file list that is no list: every entry would pass (a missing file and an empty MD5
+    // agree) and the pak clean-up would take every pak.
+    void refusesBrokenFileList_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QByteArray>("list");
+        QTest::newRow("empty, repair") << "repair" << QByteArray();
+        QTest::newRow("cut in its last line, verify")
+            << "verify" << publishedDocument("1.0.0.3/manifest.txt") + "KX/Content/Paks/main.pak|01";
+        QTest::newRow("an error page, update")
+            << "update" << QByteArray("<html><body><h1>502 Bad Gateway</h1></body></html>\n");
+    }
+    void refusesBrokenFileList()
+    {
+        QFETCH(QString, command);
+        QFETCH(QByteArray, list);
+        QCOMPARE(runHost("install", command == "update" ? "a" : "b").exitCode, 0);
+        const auto before = md5Tree(game());
+        serveDocuments({ { "1.0.0.3/manifest.txt", list } });
+        m_nginx->clearAccessLog();
+        const Run run = runHost(command, "bad");
+        QCOMPARE(run.exitCode, 7);
+        const QString text = run.last["error"]["text"].toString();
+        QVERIFY2(text.contains("1.0.0.3/manifest.txt"), qPrintable(text));
+        QCOMPARE(md5Tree(game()), before);
+        QVERIFY(packageRequests().isEmpty());
+    }
+
+    void capsServerDocuments_data()
+    {
+        QTest::addColumn<QString>("document");
+        QTest::addColumn<qint64>("size");
+        const qint64 mib = 1 << 20;
+        QTest::newRow("info.json over 1 MiB") << "info.json" << mib + 1;
+        QTest::newRow("guide manifest over 16 MiB") << "manifest.txt" << 16 * mib + 1;
+        QTest::newRow("file list over 128 MiB") << "1.0.0.3/manifest.txt" << 128 * mib + 1;
+    }
+    void capsServerDocuments()
+    {
+        QFETCH(QString, document);
+        QFETCH(qint64, size);
+        QCOMPARE(runHost("install", "a").exitCode, 0);
+        const auto before = md5Tree(game());
+        serveDocuments({});
+        QFile big(m_work.path() + "/www/bad/" + document);
+        QVERIFY(big.open(QIODevice::WriteOnly) && big.resize(size)); // sparse: cheap to make and serve
+        big.close();
+        m_nginx->clearAccessLog();
+        const Run run = runHost("update", "bad");
+        QCOMPARE(run.exitCode, 7);
+        const QString text = run.last["error"]["text"].toString();
+        QVERIFY2(text.contains(document) && text.contains("larger than"), qPrintable(text));
+        QCOMPARE(md5Tree(game()), before);
+        QVERIFY(packageRequests().isEmpty());
+    }
+
+    // A notice written to clear the screen and retitle the window, long enough to fill the memory.
+    void showsServerTextsTamed()
+    {
+        QJsonObject info = QJsonDocument::fromJson(publishedDocument("info.json")).object();
+        info["maintain_content"] = "\x1b[2J\x1b]0;owned\x07" + QString(900000, 'm');
+        serveDocuments({ { "info.json", QJsonDocument(info).toJson() } });
+        QProcess host;
+        host.start(HostProcess::program(m_case->path()),
+            { "update", "--server", m_nginx->url("bad"), "--dir", m_installDir, "--dry-run" });
+        QVERIFY(host.waitForFinished(60000));
+        const QByteArray err = host.readAllStandardError();
+        const QByteArray notice = err.mid(err.indexOf("notice: maintenance")).split('\n').first();
+        QVERIFY2(
+            notice.contains("[2J]0;owned") && !err.contains('\x1b') && !err.contains('\x07'), err.left(200));
+        QVERIFY2(notice.size() < 2100, QByteArray::number(notice.size()));
+    }
+
+#ifndef Q_OS_WIN
+    void unwritableSettingsChangeNothing_data()
+    {
+        QTest::addColumn<QString>("place");
+        QTest::newRow("config.ini replaced by a folder") << "folder";
+        QTest::newRow("config.ini a link into a missing folder") << "dangling link";
+    }
+    void unwritableSettingsChangeNothing()
+    {
+        QFETCH(QString, place);
+        QCOMPARE(runHost("install", "a").exitCode, 0);
+        const auto before = md5Tree(game());
+        const QString config = m_case->path() + "/app/config.ini";
+        QVERIFY(QFile::remove(config));
+        if (place == "folder")
+            QVERIFY(QDir().mkpath(config));
+        else
+            QVERIFY(QFile::link(m_case->path() + "/missing/config.ini", config));
+        m_nginx->clearAccessLog();
+        const Run run = runHost("update", "b");
+        QCOMPARE(run.exitCode, 9);
+        QCOMPARE(run.last["error"]["stage"].toString(), "record");
+        QCOMPARE(md5Tree(game()), before);
+        QVERIFY(packageRequests().isEmpty());
+    }
+
+#endif
+
+    void oneRunPerFolder()
+    {
+        QCOMPARE(runHost("install", "a").exitCode, 0);
+        const auto before = md5Tree(game());
+        auto first = startHost("update", "d", { "--limit", "100" });
+        const QString cached = m_installDir + "/MorvantixCache/full_1.0.0.3.7z";
+        QVERIFY(QTest::qWaitFor([&] { return QFileInfo(cached).size() > 0; }, 20000));
+        const Run second = runHost("repair", "d");
+        QCOMPARE(second.exitCode, 8);
+        const QString text = second.last["error"]["text"].toString();
+        QVERIFY2(text.contains(m_installDir) && text.contains(QString::number(first->processId())),
+            qPrintable(text));
+        QCOMPARE(md5Tree(game()), before);
+        // A run killed with the lock held leaves it stale; the next run takes it over.
+        first->kill();
+        first->waitForFinished();
+        QCOMPARE(runHost("update", "d").result(), "0 installed");
+        QCOMPARE(md5Tree(game()), md5Tree(version(3)));
+    }
+
+#ifndef Q_OS_WIN
+    // Killed at every point between stages, as kill -9 or a power cut would stop it: the folder
+    // holds one whole version (the new one may wait beside the game, between the two renames), and
+    // the next run ends at the newest version exactly, with nothing left in the cache.
+    void killedAtBoundaryEndsWhole_data()
+    {
+        QTest::addColumn<QString>("channel");
+        QTest::addColumn<QString>("boundary");
+        QTest::addColumn<bool>("damage"); // a game file damaged after the kill, left for the next run
+        for (const char* boundary : { "downloaded", "package-verified", "unpacked", "old-moved", "swapped" })
+            QTest::addRow("full package: %s", boundary) << "d" << boundary << false;
+        for (const char* boundary :
+            { "downloaded", "package-verified", "unpacked", "checked", "merged", "step-recorded" })
+            QTest::addRow("patch chain: %s", boundary) << "b" << boundary << false;
+        // The settings name the newest version before its verification has run.
+        QTest::addRow("full package: verifying, a file damaged") << "d"
+                                                                 << "verifying" << true;
+        QTest::addRow("patch chain: verifying, a file damaged") << "b"
+                                                                << "verifying" << true;
+    }
+    void killedAtBoundaryEndsWhole()
+    {
+        QFETCH(QString, channel);
+        QFETCH(QString, boundary);
+        QFETCH(bool, damage);
+        QCOMPARE(runHost("install", "a").exitCode, 0);
+        QCOMPARE(md5Tree(game()), md5Tree(version(1)));
+
+        auto host = startHost("update", channel, {}, boundary);
+        QVERIFY(host->waitForFinished(60000));
+        QCOMPARE(host->exitStatus(), QProcess::CrashExit);
+        const QString whole = QFileInfo::exists(game()) ? game() : game() + ".new";
+        const auto versions = { md5Tree(version(1)), md5Tree(version(2)), md5Tree(version(3)) };
+        QVERIFY2(
+            std::find(versions.begin(), versions.end(), md5Tree(whole)) != versions.end(), qPrintable(whole));
+        if (damage)
+            QVERIFY(TestFiles::writeFile(game() + "/bin/game.exe", "damaged"));
+
+        const Run run = runHost("update", channel);
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(md5Tree(game()), md5Tree(version(3)));
+        QCOMPARE(QDir(m_installDir + "/MorvantixCache").entryList(QDir::Files), QStringList());
+        QVERIFY(!QFile::exists(game() + ".new") && !QFile::exists(game() + ".old"));
+        QCOMPARE(runHost("update", channel).result(), "0 up-to-date");
+    }
+
+    // A Ctrl-C at the terminal reaches the host's whole process group; 7-Zip runs in a group of its
+    // own, so the unpack ends and the host leaves after it.
+    void ctrlCDuringUnpackLeavesAfterIt()
+    {
+        QCOMPARE(runHost("install", "a").exitCode, 0);
+        writeSlowSevenZip(m_case->path() + "/app", 2, true);
+        auto host = startHost("update", "d");
+        QVERIFY(QTest::qWaitFor([&] { return QFile::exists(m_case->path() + "/app/7z.pid"); }, 30000));
+        QCOMPARE(::kill(-pid_t(host->processId()), SIGINT), 0);
+        QVERIFY(host->waitForFinished(30000));
+        QCOMPARE(host->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(host->exitCode(), 130);
+        QCOMPARE(md5Tree(game()), md5Tree(version(3)));
+        QVERIFY(QFile::remove(m_case->path() + "/app/7z"));
+        QCOMPARE(runHost("update", "d").result(), "0 updated");
+    }
+
+    void killedHostTakesItsToolAlong()
+    {
+        QCOMPARE(runHost("install", "a").exitCode, 0);
+        const auto before = md5Tree(game());
+        writeSlowSevenZip(m_case->path() + "/app", 60, false);
+        auto host = startHost("update", "d");
+        qint64 tool = 0;
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                tool = TestFiles::readFile(m_case->path() + "/app/7z.pid").trimmed().toLongLong();
+                return tool > 0;
+            },
+            30000));
+        QVERIFY(processRuns(tool));
+        host->kill();
+        host->waitForFinished();
+        QVERIFY(QTest::qWaitFor([&] { return !processRuns(tool); }, 5000));
+        QCOMPARE(md5Tree(game()), before);
+    }
+#endif
+
 private:
     // Starts the host in the case's folder; the returned process is running.
-    std::unique_ptr<QProcess> startHost(
-        const QString& command, const QString& channel, const QStringList& extra = {})
+    // killAt: the boundary where the host is to be killed.
+    std::unique_ptr<QProcess> startHost(const QString& command, const QString& channel,
+        const QStringList& extra = {}, const QString& killAt = QString())
     {
+#ifdef Q_OS_WIN
         auto host = std::make_unique<QProcess>();
-        host->start(m_case->path() + "/app/core-update" + kExe,
+#else
+        auto host = std::make_unique<GroupLeader>();
+#endif
+        if (!killAt.isEmpty()) {
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert("CORE_UPDATE_KILL_AT", killAt);
+            host->setProcessEnvironment(environment);
+        }
+        host->start(HostProcess::program(m_case->path()),
             QStringList { command, "--server", m_nginx->url(channel), "--dir", m_installDir, "--json" }
                 + extra);
         host->waitForStarted();
@@ -262,28 +497,28 @@ private:
     }
     Run runHost(const QString& command, const QString& channel, const QStringList& extra = {})
     {
-        auto host = startHost(command, channel, extra);
-        Run run;
-        if (host->waitForFinished(60000))
-            run.exitCode = host->exitCode();
-        for (const QByteArray& line : host->readAllStandardOutput().split('\n')) {
-            const QJsonObject object = QJsonDocument::fromJson(line).object();
-            run.last[object["type"].toString()] = object;
-        }
-        return run;
+        return HostProcess::finish(*startHost(command, channel, extra));
     }
     QString game() const
     {
         return m_installDir + "/MorvantixGame";
     }
+    QByteArray publishedDocument(const QString& name) const
+    {
+        return TestFiles::readFile(m_work.path() + "/www/b/" + name);
+    }
+    // Channel "bad": the documents of "b" (no packages), some of them replaced.
+    void serveDocuments(const QMap<QString, QByteArray>& replaced)
+    {
+        const QString channel = m_work.path() + "/www/bad";
+        QDir(channel).removeRecursively();
+        for (const QString& name : { "info.json", "manifest.txt", "1.0.0.3/manifest.txt" })
+            QVERIFY(
+                TestFiles::writeFile(channel + "/" + name, replaced.value(name, publishedDocument(name))));
+    }
     QStringList packageRequests() const
     {
-        QStringList requests;
-        for (const QString& line : m_nginx->accessLog()) {
-            if (line.contains(".7z") || line.contains("/files/"))
-                requests << line.section(' ', 1, 1);
-        }
-        return requests;
+        return HostProcess::packageRequests(m_nginx->accessLog());
     }
 
     QTemporaryDir m_work { QStringLiteral("/tmp/core-e2e-XXXXXX") }; // where nginx can read it

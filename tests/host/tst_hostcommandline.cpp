@@ -79,7 +79,14 @@ private slots:
         row("copy in use", Stage::RepairCopy, 0, "被占用", 5);
         row("unpack", Stage::Unpack, 2, "", 6);
         row("unpack disk full", Stage::Unpack, 2, "There is not enough space on the disk", 4);
+        // What 7zz on Linux writes when the disk fills during the unpack.
+        row("unpack disk full, Linux", Stage::Unpack, 2, "System ERROR:\nerrno=28 : No space left on device",
+            4);
         row("refused", Stage::Plan, 7, "", 7);
+        row("folder held by another run", Stage::Lock, 0, "", 8);
+        row("settings not written", Stage::Record, 0, "", 9);
+        row("swap blocked", Stage::Swap, 0, "", 5);
+        row("untrusted channel", Stage::Trust, 0, "", 10);
     }
     void mapsExitCodes()
     {

@@ -2,6 +2,7 @@
 
 #include "DiskSpace.h"
 #include "Renderer.h"
+#include "ShownText.h"
 
 #include <QBuffer>
 #include <QtTest>
@@ -70,6 +71,27 @@ private slots:
         QFETCH(QString, shortage);
         const QString text = DiskSpace::Shortage({ 100, 200 }, { "/", free }, { gameRoot, free });
         QVERIFY2(shortage.isEmpty() ? text.isEmpty() : text.endsWith(shortage), qPrintable(text));
+    }
+
+    void showsServerTextsTamed_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("plain, lines kept") << "维护\n下午三点"
+                                           << "维护\n下午三点";
+        QTest::newRow("clear screen, title, bell") << "a\x1b[2J\x1b]0;pwned\x07"
+                                                      "b\r\tc"
+                                                   << "a[2J]0;pwnedbc";
+        QTest::newRow("C1 escape, DEL, direction override")
+            << QString("x") + QChar(0x9b) + "31m" + QChar(0x7f) + QChar(0x202e) + "y"
+            << "x31my";
+        QTest::newRow("cut at the cap") << QString(5000, 'n') << QString(2000, 'n') + "...";
+    }
+    void showsServerTextsTamed()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, shown);
+        QCOMPARE(ShownText(text), shown);
     }
 
     void writesPlainLines()

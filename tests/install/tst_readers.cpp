@@ -1,8 +1,8 @@
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
-#include "install/ManifestFileInfo.h"
 #include "files/Md5Hasher.h"
+#include "install/ManifestFileInfo.h"
 #include "install/PatchInfo.h"
 
 #include <QCryptographicHash>
@@ -73,6 +73,40 @@ private slots:
         QFETCH(QString, text);
         QFETCH(QString, expected);
         QCOMPARE(readAndWrite(patchInfo, text), expected);
+    }
+
+    void checksFileLists_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("fault");
+        const QString md5 = "0123456789abcdefABCDEF0123456789";
+        QTest::addRow("well formed, blank lines and CR allowed")
+            << "a.pak|" + md5 + "|12\r\n\n  \n游戏/b|" + md5 + "|0|extra\n"
+            << "";
+        QTest::addRow("empty") << ""
+                               << "it lists no file";
+        QTest::addRow("only blanks") << " \n\t\r\n"
+                                     << "it lists no file";
+        QTest::addRow("cut in the MD5") << "a|" + md5 + "|1\nb|0123"
+                                        << "line 2 is not \"path|md5|size\": b|0123";
+        QTest::addRow("cut before the size") << "a|" + md5 + "|"
+                                             << "line 1 is not \"path|md5|size\": a|" + md5 + "|";
+        QTest::addRow("size not a number") << "a|" + md5 + "|12kb"
+                                           << "line 1 is not \"path|md5|size\": a|" + md5 + "|12kb";
+        QTest::addRow("MD5 not hexadecimal") << "a|" + md5.left(31) + "g|1"
+                                             << "line 1 is not \"path|md5|size\": a|" + md5.left(31) + "g|1";
+        QTest::addRow("no path") << "|" + md5 + "|1"
+                                 << "line 1 is not \"path|md5|size\": |" + md5 + "|1";
+        QTest::addRow("an error page, quoted in part") << "<html>\n<head><title>404 Not Found</title></head>"
+                + QString(100, 'x') << "line 1 is not \"path|md5|size\": <html>";
+        QTest::addRow("long line quoted to 80 characters")
+            << QString(200, 'y') << "line 1 is not \"path|md5|size\": " + QString(80, 'y');
+    }
+    void checksFileLists()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, fault);
+        QCOMPARE(FileListFault(text), fault);
     }
 
     void anyTextReadsBackThroughTheWriters()

@@ -116,11 +116,12 @@ private slots:
         QTest::addColumn<int>("updateType");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("error"); // a part of the tool's own text
-        QTest::addRow("two archives") << QStringList { "pak", "dat" } << 2 << 0 << "";
-        QTest::addRow("crc failed, next unpacked") << QStringList { "crc", "dat" } << 2 << 0 << "";
-        QTest::addRow("truncated") << QStringList { "truncated", "dat" } << 2 << 2
+        QTest::addRow("two archives") << QStringList { "pak", "dat" } << UpdateType::Update << 0 << "";
+        QTest::addRow("crc failed, next unpacked")
+            << QStringList { "crc", "dat" } << UpdateType::Update << 0 << "";
+        QTest::addRow("truncated") << QStringList { "truncated", "dat" } << UpdateType::Update << 2
                                    << "Unexpected end of archive";
-        for (int kind : { 1, 4 })
+        for (int kind : { UpdateType::Repair, UpdateType::RepairParts })
             QTest::addRow("repair kind %d", kind) << QStringList { "dat" } << kind << 0 << "";
     }
     void unpacksWithRealTool()
@@ -141,7 +142,7 @@ private slots:
         QVERIFY(runUnZip(recorder, archives, folder, updateType));
         QCOMPARE(recorder.last().code, code);
         QVERIFY2(recorder.last().errStr.contains(error), qPrintable(recorder.last().errStr));
-        QCOMPARE(QFile::exists(folder + "/stale.txt"), updateType == 1 || updateType == 4);
+        QCOMPARE(QFile::exists(folder + "/stale.txt"), UpdateType::IsRepair(updateType));
         QCOMPARE(TestFiles::readFile(folder + '/' + kDatName) == kDat, code == 0);
         QVERIFY(kinds.first() != "pak" || TestFiles::readFile(folder + "/a.pak") == kPak);
         QCOMPARE(log.contains({ "ignore crc failed", "CRC Failed" }), kinds.first() == "crc");

@@ -70,47 +70,58 @@ private slots:
             { "a0, md5 is", "a1, md5 is", "a2, md5 is", "verify zipfile is failed !",
                 "[Verifyer]:m_VerifyThread->isRunning" },
             true };
-        QTest::addRow("no archives") << VerifyRow { true, {}, {}, 0, false, { 1 }, false, seed, {}, {} };
-        QTest::addRow("upper-case hash") << VerifyRow { true, { "a=A" },
-            { "a|" + TestFiles::md5Hex("A").toUpper() }, 0, false, { 1, 0 }, true, seed, { "!a" }, {} };
+        QTest::addRow("no archives") << VerifyRow { true, {}, {}, UpdateType::Update, false, { 1 }, false,
+            seed, {}, {} };
+        QTest::addRow("upper-case hash")
+            << VerifyRow { true, { "a=A" }, { "a|" + TestFiles::md5Hex("A").toUpper() }, UpdateType::Update,
+                   false, { 1, 0 }, true, seed, { "!a" }, {} };
         QTest::addRow("one archive reports inside it, by 409600 bytes") << VerifyRow { true, { "a=" + big },
-            { entry("a", big) }, 0, false, { 409600 / 819201.0f, 819200 / 819201.0f, 0, 1 }, false, seed,
-            { "a" }, { "totalBytes of files is 819201", "verify zipfile is success !" } };
+            { entry("a", big) }, UpdateType::Update, false, { 409600 / 819201.0f, 819200 / 819201.0f, 0, 1 },
+            false, seed, { "a" }, { "totalBytes of files is 819201", "verify zipfile is success !" } };
         QTest::addRow("an archive without a hash fails, stays")
-            << VerifyRow { true, { "a=A", "b=B" }, { entry("a", "A"), "b" }, 0, false, { 0, 0.5 }, true, seed,
-                   { "b" }, { "[Verifyer]:size is not equal Error !!!" } };
+            << VerifyRow { true, { "a=A", "b=B" }, { entry("a", "A"), "b" }, UpdateType::Update, false,
+                   { 0, 0.5 }, true, seed, { "b" }, { "[Verifyer]:size is not equal Error !!!" } };
         QTest::addRow("a folder for an archive fails, stays")
-            << VerifyRow { true, { "a/" }, { entry("a", "A") }, 0, false, { 0 }, true, seed, { "a" },
-                   { "[VerifyThread]:manifest File", "cannot open, please check!" } };
+            << VerifyRow { true, { "a/" }, { entry("a", "A") }, UpdateType::Update, false, { 0 }, true, seed,
+                   { "a" }, { "[VerifyThread]:manifest File", "cannot open, please check!" } };
 
-        QTest::addRow("size only passes other content of the same size")
-            << VerifyRow { false, { "a=hello" }, { entry("a", "world") }, 0, false, { 1 }, false, seed, {},
-                   { "[VerifyThread]:verify folder is", "verify manifest is success !", "!caculate md5" } };
-        for (int kind : { 1, 4 })
+        QTest::addRow("size only passes other content of the same size") << VerifyRow { false, { "a=hello" },
+            { entry("a", "world") }, UpdateType::Update, false, { 1 }, false, seed, {},
+            { "[VerifyThread]:verify folder is", "verify manifest is success !", "!caculate md5" } };
+        for (int kind : { UpdateType::Repair, UpdateType::RepairParts })
             QTest::addRow("repair kind %d: every failure, sorted, by MD5", kind)
                 << VerifyRow { false, { "a=A", "b=B", "m/c=C" },
                        { entry("z", "Z"), entry("m/c", "c!"), entry("b", "b"), entry("a", "A") }, kind, false,
                        { 0.25 }, true, { "b", "m/c", "z" }, { "b", "m/c" }, {} };
         QTest::addRow("other kinds stop at the first failure") << VerifyRow { false, { "a=A", "b=B", "c=C" },
-            { entry("d", "D"), entry("c", "C"), entry("b", "x"), entry("a", "A") }, 0, true, { 0.25 }, true,
-            seed, {}, { "!c,caculate", "!d,caculate" } };
+            { entry("d", "D"), entry("c", "C"), entry("b", "x"), entry("a", "A") }, UpdateType::Update, true,
+            { 0.25 }, true, seed, {}, { "!c,caculate", "!d,caculate" } };
         QTest::addRow("empty manifest cleans nothing") << VerifyRow { false, { "KX/Content/Paks/x.pak=x" },
             {}, 2, true, {}, false, seed, { "KX/Content/Paks/x.pak" },
             { "the number of files is 0", "verify manifest is success !" } };
         QTest::addRow("pak clean-up ignores case and separators") << VerifyRow { false,
             { "KX/Content/Paks/GAME.PAK=", "KX/Content/Paks/Extra.pak=x", "KX/Content/Paks/s/b=b",
                 "O/Extra.pak=x" },
-            { "KX/Content/Paks/game.pak||0", entry("KX\\Content\\Paks\\s\\b", "z") }, 0, false, { 0.5, 1 },
-            false, seed,
+            { "KX/Content/Paks/game.pak||0", entry("KX\\Content\\Paks\\s\\b", "z") }, UpdateType::Update,
+            false, { 0.5, 1 }, false, seed,
             { "KX/Content/Paks/GAME.PAK", "KX/Content/Paks/s/b", "O/Extra.pak",
                 "!KX/Content/Paks/Extra.pak" },
             {} };
         QTest::addRow("no pak clean-up after a failure") << VerifyRow { false, { "KX/Content/Paks/x.pak=x" },
-            { entry("a", "A") }, 0, true, {}, true, seed, { "KX/Content/Paks/x.pak" }, {} };
+            { entry("a", "A") }, UpdateType::Update, true, {}, true, seed, { "KX/Content/Paks/x.pak" }, {} };
         QTest::addRow("pak clean-up stays out of a linked folder") << VerifyRow { false,
-            { "a=A", "../out/victim.pak=v", "KX/Content/Paks/linked->../out", "KX/Content/Paks/x.pak=x" },
-            { entry("a", "A") }, 0, true, { 1 }, false, seed,
+            { "KX/Content/Paks/a.pak=A", "../out/victim.pak=v", "KX/Content/Paks/linked->../out",
+                "KX/Content/Paks/x.pak=x" },
+            { entry("KX/Content/Paks/a.pak", "A") }, UpdateType::Update, true, { 1 }, false, seed,
             { "../out/victim.pak", "!KX/Content/Paks/x.pak" }, {} };
+        // A list that names no pak is not the game's own (an error page served in its place, a list
+        // cut short): its entries may even pass, as a missing file and an empty MD5 agree.
+        QTest::addRow("a list naming no pak deletes no pak") << VerifyRow { false,
+            { "a=A", "KX/Content/Paks/x.pak=x" }, { entry("a", "A") }, UpdateType::Update, true, { 1 }, false,
+            seed, { "KX/Content/Paks/x.pak" }, { "the manifest names no pak" } };
+        QTest::addRow("an error page for a list deletes no pak") << VerifyRow { false,
+            { "KX/Content/Paks/x.pak=x" }, { "<html><body>404 Not Found</body></html>" }, UpdateType::Update,
+            true, { 1 }, false, seed, { "KX/Content/Paks/x.pak" }, { "the manifest names no pak" } };
         QTest::addRow("paths leaving the folder fail unopened") << VerifyRow { false, { "a=A", "../out=O" },
             { entry("../out", "O"), entry("..\\out", "O"), entry("<root>/out", "O"),
                 entry("s/../../out", "O"), entry("a", "A") },
@@ -119,7 +130,7 @@ private slots:
         QTest::addRow("an entry naming a folder fails") << VerifyRow { false, { "s/in=x" },
             { entry("s", "x"), entry("s/in", "x") }, 1, false, { 1 }, true, { "s" }, { "s/in" }, {} };
         QTest::addRow("lines of only bars fail")
-            << VerifyRow { false, {}, { "|", " ||| " }, 1, false, {}, true, { "" }, {}, {} };
+            << VerifyRow { false, {}, { "|", " ||| " }, UpdateType::Repair, false, {}, true, { "" }, {}, {} };
     }
 
     void verifies()
@@ -132,7 +143,7 @@ private slots:
         GameUpdateContext seed;
         seed.m_installPath = folder.path();
         seed.m_manifestContent = entry("seed.pak", "s");
-        seed.m_updateType = 1;
+        seed.m_updateType = UpdateType::Repair;
         Recorder seeded;
         QVERIFY(seeded.run(GetVerifyComponent(), [&] { GetVerifyComponent()->StartVerify(seed); }));
         QCOMPARE(seeded.last().failedFiles, QStringList { "seed.pak" });

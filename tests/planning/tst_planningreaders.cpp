@@ -192,7 +192,9 @@ void TestPlanningReaders::answersMutatedTexts()
         ctx.m_updateSetting.currentGameVersion = QStringLiteral("1.0.0.1");
         ctx.m_updateSetting.cachePath = QStringLiteral("/cache");
         SolveGuideManifest(mutated(manifestText("1.0.0.3"), random), ctx);
-        QVERIFY(QList<int>({ 0, 6, 7, 8 }).contains(ctx.m_solveResult));
+        QVERIFY(QList<int>({ SolveResult::Solved, SolveResult::InstalledNewer, SolveResult::NoFullPack,
+                               SolveResult::FullPack })
+                    .contains(ctx.m_solveResult));
         Version reached = parsed(ctx.m_updateSetting.currentGameVersion);
         for (const PatchStep& step : ctx.m_guideManifest.m_downloadList) {
             QVERIFY(step.from == reached && reached < step.to);

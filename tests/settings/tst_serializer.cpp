@@ -49,11 +49,17 @@ class TestSerializer : public QObject
     Q_OBJECT
 private slots:
     void init() { QFile::remove(configPath()); }
-    void cleanup() { QFile::remove(configPath()); }
+    void cleanup()
+    {
+        QFile::remove(configPath());
+        QDir(configPath()).removeRecursively();
+    }
     void readsWithDefaults_data();
     void readsWithDefaults();
     void saveThenReadRoundTrips();
     void singleKeys();
+    void saveTellsAFailedWrite_data();
+    void saveTellsAFailedWrite();
     void cryptorTransformsNothing();
 };
 
@@ -154,6 +160,37 @@ void TestSerializer::singleKeys()
     // A copy shares the settings, and a fresh reader of the file sees the value at once.
     QCOMPARE(Serializer(serializer).GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
     QCOMPARE(Serializer().GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
+}
+
+void TestSerializer::saveTellsAFailedWrite_data()
+{
+    QTest::addColumn<QString>("place"); // what stands where config.ini goes
+    QTest::addColumn<bool>("written");
+    QTest::newRow("nothing yet") << "" << true;
+    QTest::newRow("a file") << "file" << true;
+    QTest::newRow("a folder") << "folder" << false;
+    QTest::newRow("a link into a missing folder") << "dangling link" << false;
+}
+
+void TestSerializer::saveTellsAFailedWrite()
+{
+    QFETCH(QString, place);
+    QFETCH(bool, written);
+    if (place == "file")
+        QVERIFY(TestFiles::writeFile(configPath(), "[General]\nCurrentGameVersion=1.0.0.1\n"));
+    if (place == "folder")
+        QVERIFY(QDir().mkpath(configPath()));
+    QTemporaryDir gone;
+    if (place == "dangling link")
+        QVERIFY(QFile::link(gone.filePath("missing/config.ini"), configPath()));
+    UpdateSetting setting;
+    setting.currentGameVersion = QStringLiteral("1.0.0.2");
+    Serializer serializer;
+    QCOMPARE(serializer.SaveSetting(setting), written);
+    QCOMPARE(serializer.SetValueByKey(QStringLiteral("Channel"), QStringLiteral("a")), written);
+    if (written)
+        QCOMPARE(Serializer().GetValueByKey(QStringLiteral("CurrentGameVersion")), QStringLiteral("1.0.0.2"));
+    QVERIFY(!QFile::exists(gone.filePath("missing")));
 }
 
 // A placeholder cipher: it must not change what it is given.

@@ -64,7 +64,22 @@ CommandLine ParseCommandLine(const QStringList& arguments)
         QStringLiteral("JSON template of info.json (default: the built-in one)."), QStringLiteral("FILE"));
     const QCommandLineOption printTemplate(QStringLiteral("print-info-template"),
         QStringLiteral("Print the built-in info.json template and exit."));
-    parser.addOptions({ partSize, distance, level, infoTemplate, printTemplate });
+    const QCommandLineOption memoryBudget(QStringLiteral("memory-budget"),
+        QStringLiteral(
+            "Memory the diffs may take together (k, m, g: binary units; default 2g). Larger files\n"
+            "are diffed piece by piece."),
+        QStringLiteral("SIZE"), QStringLiteral("2g"));
+    const QCommandLineOption sign(QStringLiteral("sign"),
+        QStringLiteral("Sign the channel with the secret key in FILE (channel.json, channel.json.sig)."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption expires(QStringLiteral("expires"),
+        QStringLiteral("Days the signed channel stays good, 1 to 3650 (default 30)."), QStringLiteral("DAYS"),
+        QStringLiteral("30"));
+    const QCommandLineOption generateKey(QStringLiteral("generate-key"),
+        QStringLiteral("Write a new signing key to FILE and its public key to FILE.pub, then exit."),
+        QStringLiteral("FILE"));
+    parser.addOptions(
+        { partSize, distance, level, memoryBudget, infoTemplate, printTemplate, sign, expires, generateKey });
 
     CommandLine result;
     if (!parser.parse(arguments)) {
@@ -78,6 +93,11 @@ CommandLine ParseCommandLine(const QStringList& arguments)
     }
     if (parser.isSet(printTemplate)) {
         result.action = CommandLine::Action::ShowInfoTemplate;
+        return result;
+    }
+    if (parser.isSet(generateKey)) {
+        result.action = CommandLine::Action::GenerateKey;
+        result.keyPath = parser.value(generateKey);
         return result;
     }
     const QStringList positional = parser.positionalArguments();
@@ -96,6 +116,12 @@ CommandLine ParseCommandLine(const QStringList& arguments)
             return result;
         }
     }
+    options.memoryBudget = ParseByteSize(parser.value(memoryBudget));
+    if (options.memoryBudget < (qint64(64) << 20)) {
+        result.text = QStringLiteral("--memory-budget: \"%1\" is no size of 64m or more")
+                          .arg(parser.value(memoryBudget));
+        return result;
+    }
     if (!readNumber(parser.value(distance), 1, 1000, options.patchDistance)) {
         result.text = QStringLiteral("--patch-distance: \"%1\" is not a number from 1 to 1000")
                           .arg(parser.value(distance));
@@ -103,6 +129,16 @@ CommandLine ParseCommandLine(const QStringList& arguments)
     }
     if (!readNumber(parser.value(level), 0, 9, options.level)) {
         result.text = QStringLiteral("--level: \"%1\" is not a number from 0 to 9").arg(parser.value(level));
+        return result;
+    }
+    options.signingKeyPath = parser.value(sign);
+    if (!readNumber(parser.value(expires), 1, 3650, options.expiresDays)) {
+        result.text
+            = QStringLiteral("--expires: \"%1\" is not a number from 1 to 3650").arg(parser.value(expires));
+        return result;
+    }
+    if (parser.isSet(expires) && options.signingKeyPath.isEmpty()) {
+        result.text = QStringLiteral("--expires needs --sign");
         return result;
     }
     result.action = CommandLine::Action::Publish;

@@ -14,6 +14,9 @@ struct PublishOptions
     qint64 partSize = 0; // bytes per part of a full package; 0: one archive
     int patchDistance = 1; // patches from each version to every later one up to this many versions ahead
     int level = 5; // 7-Zip compression level
+    qint64 memoryBudget = qint64(2) << 30; // bytes the diffs of the run may take together
+    QString signingKeyPath; // empty: the channel is not signed
+    int expiresDays = 30; // how long the signed list stays good
 };
 
 struct CommandLine
@@ -24,9 +27,11 @@ struct CommandLine
         ShowHelp,
         ShowInfoTemplate,
         Refuse, // text says what is wrong
+        GenerateKey, // keyPath names the secret key file
     };
     Action action = Action::Refuse;
     PublishOptions options;
+    QString keyPath;
     QString text; // the help, or what is wrong with the command line
 };
 

@@ -1,47 +1,57 @@
 #include "DiffTool.h"
 
-#include "ToolProcess.h"
+#include "delta/Encoder.h"
+#include "delta/FilePatch.h"
 
-#include <QDir>
-#include <QStandardPaths>
+#include <QFile>
 
 namespace Publish {
 
-DiffTool::DiffTool(const QString& program)
-    : m_program(program)
-{ }
+namespace {
 
-QString DiffTool::Locate()
+// The engine takes UTF-8 paths on Windows and the file system's own bytes elsewhere.
+std::string enginePath(const QString& path)
 {
 #ifdef Q_OS_WIN
-    return QStandardPaths::findExecutable(QStringLiteral("xdelta3.exe"));
+    return path.toStdString();
 #else
-    return QStandardPaths::findExecutable(QStringLiteral("xdelta3"));
+    return QFile::encodeName(path).toStdString();
 #endif
 }
 
+Outcome outcomeOf(const Delta::Result& result, const QString& what)
+{
+    if (result.ok())
+        return {};
+    const ExitCode code
+        = result.status == Delta::Status::DiskFull ? ExitCode::OutputFailed : ExitCode::ToolFailed;
+    return Outcome::Failure(
+        code, QStringLiteral("cannot %1: %2").arg(what, QString::fromStdString(result.message)));
+}
+
+} // namespace
+
+DiffTool::DiffTool(qint64 memoryBudget)
+    : m_memoryBudget(memoryBudget)
+{ }
+
 Outcome DiffTool::encode(const QString& oldFile, const QString& newFile, const QString& diffFile) const
 {
-    return run(QStringLiteral("make the diff for %1").arg(newFile),
-        { QStringLiteral("-e"), QStringLiteral("-9"), QStringLiteral("-f"), QStringLiteral("-s"),
-            QDir::toNativeSeparators(oldFile), QDir::toNativeSeparators(newFile),
-            QDir::toNativeSeparators(diffFile) });
+    Delta::EncodeOptions options;
+    options.memoryBudget = quint64(m_memoryBudget);
+    return outcomeOf(
+        Delta::Encoder(options).encode(enginePath(oldFile), enginePath(newFile), enginePath(diffFile)),
+        QStringLiteral("make the diff for %1").arg(newFile));
 }
 
 Outcome DiffTool::decode(const QString& oldFile, const QString& diffFile, const QString& outFile) const
 {
-    return run(QStringLiteral("apply the diff %1").arg(diffFile),
-        { QStringLiteral("-d"), QStringLiteral("-f"), QStringLiteral("-s"), QDir::toNativeSeparators(oldFile),
-            QDir::toNativeSeparators(diffFile), QDir::toNativeSeparators(outFile) });
-}
-
-Outcome DiffTool::run(const QString& what, const QStringList& arguments) const
-{
-    const ToolResult result = RunTool({ m_program, arguments, QString(), {} });
-    if (result.succeeded())
-        return {};
-    return Outcome::Failure(
-        ExitCode::ToolFailed, QStringLiteral("xdelta3 could not %1: %2").arg(what, result.describe()));
+    Delta::ApplyRequest request;
+    request.oldPath = enginePath(oldFile);
+    request.diffPath = enginePath(diffFile);
+    request.outPath = enginePath(outFile);
+    request.overwrite = true;
+    return outcomeOf(Delta::ApplyDiffFile(request), QStringLiteral("apply the diff %1").arg(diffFile));
 }
 
 } // namespace Publish

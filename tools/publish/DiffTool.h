@@ -6,22 +6,20 @@
 
 namespace Publish {
 
-// The binary diff in the format the launcher's diff tool applies on this system: xdelta3's.
+// Binary diffs in the format the merge stage's hpatchz applies, made and applied in this process by
+// the diff engine.
 class DiffTool
 {
 public:
-    explicit DiffTool(const QString& program);
+    // memoryBudget: what one diff may take.
+    explicit DiffTool(qint64 memoryBudget);
+    virtual ~DiffTool() = default;
 
-    // xdelta3 on the search path, or "".
-    static QString Locate();
-
-    Outcome encode(const QString& oldFile, const QString& newFile, const QString& diffFile) const;
+    virtual Outcome encode(const QString& oldFile, const QString& newFile, const QString& diffFile) const;
     Outcome decode(const QString& oldFile, const QString& diffFile, const QString& outFile) const;
 
 private:
-    Outcome run(const QString& what, const QStringList& arguments) const;
-
-    QString m_program;
+    qint64 m_memoryBudget;
 };
 
 } // namespace Publish

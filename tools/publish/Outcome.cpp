@@ -10,9 +10,8 @@ QString ExitCodeTable()
         "  1  wrong command line\n"
         "  2  bad input: a folder that is no version, a version twice, a link, an unreadable\n"
         "     file, a file name the launcher cannot take, an info template that is no JSON\n"
-        "  3  7-Zip or xdelta3 not found\n"
-        "  4  7-Zip or xdelta3 failed\n"
-        "  5  a diff did not rebuild its file\n"
+        "  3  7-Zip not found\n"
+        "  4  7-Zip failed\n"
         "  6  OUTPUT could not be written (full disk, no permission, not a channel root)\n");
 }
 

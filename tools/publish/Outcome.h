@@ -10,9 +10,9 @@ enum class ExitCode : int
     Done = 0,
     Usage = 1, // the command line is wrong
     BadInput = 2, // VERSIONS or the info template cannot be published as they are
-    MissingTool = 3, // 7-Zip or xdelta3 not found
-    ToolFailed = 4, // 7-Zip or xdelta3 ended with an error
-    ProofFailed = 5, // a diff did not rebuild the file it was made for
+    MissingTool = 3, // 7-Zip not found
+    ToolFailed = 4, // 7-Zip ended with an error
+    // 5 meant a diff that did not rebuild its file; such a file now travels whole.
     OutputFailed = 6, // OUTPUT could not be written: no space, no permission, or not a channel root
 };
 

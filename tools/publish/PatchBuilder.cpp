@@ -8,6 +8,10 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 using Morvantix::ManifestFileInfo;
 
 namespace Publish {
@@ -19,8 +23,10 @@ const QString kPatchInfoName = QStringLiteral("manifest.txt");
 
 } // namespace
 
-PatchBuilder::PatchBuilder(const DiffTool& diffTool, const Archiver& archiver, const QString& workDir)
+PatchBuilder::PatchBuilder(
+    const DiffTool& diffTool, int workers, const Archiver& archiver, const QString& workDir)
     : m_diffTool(diffTool)
+    , m_workers(qMax(1, workers))
     , m_archiver(archiver)
     , m_workDir(workDir)
 { }
@@ -54,10 +60,19 @@ Outcome PatchBuilder::build(const StagedVersion& from, const StagedVersion& to, 
             changed << file.path;
         }
     }
+    QVector<DiffResult> results(changed.size());
+    makeDiffs(from, to, changed, results);
     for (int i = 0; i < changed.size(); ++i) {
-        if (m_onProgress)
-            m_onProgress(i, changed.size());
-        const Outcome added = addChanged(from, to, changed.at(i));
+        const DiffResult& result = results.at(i);
+        if (result.kind == DiffResult::Kind::Failed)
+            return result.outcome;
+        if (result.kind == DiffResult::Kind::Diff) {
+            m_info.patchFiles.insert(result.diff.path, result.diff);
+            continue;
+        }
+        if (!result.note.isEmpty() && m_onNotice)
+            m_onNotice(result.note);
+        const Outcome added = addWhole(to, changed.at(i));
         if (!added.ok())
             return added;
     }
@@ -81,48 +96,85 @@ Outcome PatchBuilder::addWhole(const StagedVersion& to, const QString& rel)
     return FileStaging::LinkOrCopy(QDir(to.filesDir).filePath(rel), QDir(m_packageDir).filePath(rel));
 }
 
-Outcome PatchBuilder::addChanged(const StagedVersion& from, const StagedVersion& to, const QString& rel)
+void PatchBuilder::makeDiffs(const StagedVersion& from, const StagedVersion& to, const QStringList& changed,
+    QVector<DiffResult>& results)
 {
+    // Both workers take the next file as they finish one; this thread is one of them and reports.
+    std::atomic<int> next { 0 };
+    std::atomic<int> done { 0 };
+    const auto work = [&](int worker) {
+        const QString proofFile = QDir(m_workDir).filePath(QStringLiteral("proof-%1.bin").arg(worker));
+        for (int i = next++; i < changed.size(); i = next++) {
+            results[i] = makeDiff(from, to, changed.at(i), proofFile);
+            ++done;
+            if (worker == 0 && m_onProgress)
+                m_onProgress(done, changed.size());
+        }
+    };
+    std::vector<std::thread> helpers;
+    for (int worker = 1; worker < qMin(m_workers, changed.size()); ++worker)
+        helpers.emplace_back(work, worker);
+    work(0);
+    for (std::thread& helper : helpers)
+        helper.join();
+}
+
+PatchBuilder::DiffResult PatchBuilder::makeDiff(
+    const StagedVersion& from, const StagedVersion& to, const QString& rel, const QString& proofFile) const
+{
+    DiffResult result;
     const ManifestFileInfo& target = to.files.find(rel).value();
     if (target.size == 0 || from.files.value(rel).size == 0 || !MayTravelAsDiff(rel, m_lowerCasePaths))
-        return addWhole(to, rel);
+        return result;
 
     const QString oldFile = QDir(from.filesDir).filePath(rel);
     const QString newFile = QDir(to.filesDir).filePath(rel);
     const QString diffName = rel + kDiffSuffix;
     const QString diffFile = QDir(m_packageDir).filePath(diffName);
-    if (!QDir().mkpath(QFileInfo(diffFile).absolutePath()))
-        return Outcome::Failure(
+    if (!QDir().mkpath(QFileInfo(diffFile).absolutePath())) {
+        result.kind = DiffResult::Kind::Failed;
+        result.outcome = Outcome::Failure(
             ExitCode::OutputFailed, QStringLiteral("cannot create the folder of %1").arg(diffFile));
+        return result;
+    }
     Outcome outcome = m_diffTool.encode(oldFile, newFile, diffFile);
-    if (!outcome.ok())
-        return outcome;
+    if (outcome.code == ExitCode::OutputFailed) {
+        result.kind = DiffResult::Kind::Failed;
+        result.outcome = outcome;
+        return result;
+    }
     // A patch must never cost more than the file it replaces.
     const qint64 diffSize = QFileInfo(diffFile).size();
-    if (quint64(diffSize) >= target.size) {
+    if (outcome.ok() && quint64(diffSize) >= target.size) {
         QFile::remove(diffFile);
-        return addWhole(to, rel);
+        return result;
     }
 
     // Proven before it is published: the diff applied to the old file gives the new one, bit for bit.
-    const QString proofFile = QDir(m_workDir).filePath(QStringLiteral("proof.bin"));
-    outcome = m_diffTool.decode(oldFile, diffFile, proofFile);
     QString proofMd5;
+    if (outcome.ok())
+        outcome = m_diffTool.decode(oldFile, diffFile, proofFile);
     if (outcome.ok())
         outcome = FileStaging::Md5Of(proofFile, proofMd5);
     QFile::remove(proofFile);
     if (!outcome.ok() || proofMd5 != target.md5) {
-        return Outcome::Failure(ExitCode::ProofFailed,
-            QStringLiteral("the diff of %1 from %2 to %3 does not rebuild the file%4")
-                .arg(
-                    rel, from.text, to.text, outcome.ok() ? QString() : QStringLiteral(": ") + outcome.text));
+        QFile::remove(diffFile);
+        result.note
+            = QStringLiteral("%1 goes whole from %2 to %3: its diff does not rebuild it%4")
+                  .arg(rel, from.text, to.text,
+                      outcome.ok() ? QString() : QStringLiteral(" (") + outcome.text + QLatin1Char(')'));
+        return result;
     }
     QString diffMd5;
     outcome = FileStaging::Md5Of(diffFile, diffMd5);
-    if (!outcome.ok())
-        return outcome;
-    m_info.patchFiles.insert(diffName, { diffName, diffMd5, quint64(diffSize) });
-    return {};
+    if (!outcome.ok()) {
+        result.kind = DiffResult::Kind::Failed;
+        result.outcome = outcome;
+        return result;
+    }
+    result.kind = DiffResult::Kind::Diff;
+    result.diff = { diffName, diffMd5, quint64(diffSize) };
+    return result;
 }
 
 } // namespace Publish

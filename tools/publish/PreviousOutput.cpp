@@ -3,6 +3,7 @@
 #include "VersionFolders.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
+#include "planning/ChannelTrust.h"
 #include "planning/GuideManifestReader.h"
 
 #include <QDir>
@@ -26,7 +27,8 @@ PreviousOutput::PreviousOutput(const QString& root)
 QStringList PreviousOutput::OwnEntryNames()
 {
     return { QStringLiteral("manifest.txt"), QStringLiteral("info.json"), SettingsName(),
-        QStringLiteral("full"), QStringLiteral("patch") };
+        QStringLiteral("full"), QStringLiteral("patch"), Morvantix::ChannelTrust::DocumentName(),
+        Morvantix::ChannelTrust::SignatureName() };
 }
 
 QString PreviousOutput::SettingsName()

@@ -1,9 +1,11 @@
 #include "Publisher.h"
 
 #include "Archiver.h"
+#include "ChannelSigner.h"
 #include "DiffTool.h"
 #include "FileStaging.h"
 #include "InfoDocument.h"
+#include "KeyFile.h"
 #include "PreviousOutput.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
@@ -11,10 +13,12 @@
 #include "planning/GuideManifestReader.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QThread>
 
 using Morvantix::ManifestFileMap;
 using Morvantix::PatchEntry;
@@ -84,26 +88,41 @@ Outcome Publisher::run()
         outcome = stageVersion(sources.at(i), versions[i], bUnchanged);
         unchanged[i] = bUnchanged;
     }
+    // Full packages first: a patch package is only published when it is smaller than the full
+    // package of its target. The guide manifest still lists the patches first.
     Morvantix::GuideManifestInfo guide;
+    QVector<PatchEntry> fullPackages;
     if (outcome.ok())
-        outcome = publishPatches(versions, unchanged, guide.patchList);
+        outcome = publishFullPackages(versions, unchanged, fullPackages);
     if (outcome.ok())
-        outcome = publishFullPackages(versions, unchanged, guide.patchList);
+        outcome = publishPatches(versions, unchanged, fullPackages, guide.patchList);
+    guide.patchList += fullPackages;
     if (outcome.ok()) {
         guide.lastVersion = versions.last().text;
         outcome = writeDocuments(guide);
+    }
+    if (outcome.ok() && m_signer) {
+        QStringList versionTexts;
+        for (const StagedVersion& version : versions)
+            versionTexts << version.text;
+        emit stepStarted(QStringLiteral("signing the channel"));
+        outcome = m_signer->sign(m_staging->path(), ChannelSigner::SignedPaths(guide, versionTexts),
+            ChannelSigner::PublishedSerial(m_outputDir), QDateTime::currentDateTimeUtc());
     }
     if (outcome.ok())
         outcome = moveIntoPlace();
     return outcome;
 }
 
-Outcome Publisher::publishPatches(
-    const QVector<StagedVersion>& versions, const QVector<bool>& unchanged, QVector<PatchEntry>& entries)
+Outcome Publisher::publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
+    const QVector<PatchEntry>& fullPackages, QVector<PatchEntry>& entries)
 {
-    const DiffTool diffTool(m_xdelta);
-    PatchBuilder builder(diffTool, *m_archiver, m_workDir);
+    // Two diffs at once where there are two cores, each with half of the budget.
+    const int workers = qBound(1, QThread::idealThreadCount(), 2);
+    const DiffTool diffTool(m_options.memoryBudget / workers);
+    PatchBuilder builder(diffTool, workers, *m_archiver, m_workDir);
     builder.setProgressCallback([this](int done, int total) { emit percentChanged(done * 100 / total); });
+    builder.setNoticeCallback([this](const QString& text) { emit noticed(text); });
     for (int to = 1; to < versions.size(); ++to) {
         for (int from = qMax(0, to - m_options.patchDistance); from < to; ++from) {
             const StagedVersion& a = versions.at(from);
@@ -119,10 +138,31 @@ Outcome Publisher::publishPatches(
                 entry);
             if (!outcome.ok())
                 return outcome;
-            entries.append(entry);
+            if (isWorthPublishing(entry, fullPackages.at(to)))
+                entries.append(entry);
         }
     }
     return {};
+}
+
+bool Publisher::isWorthPublishing(const PatchEntry& patch, const PatchEntry& fullPackage)
+{
+    const auto sizeOf = [](const PatchEntry& entry) {
+        quint64 size = 0;
+        for (const PatchFileInfo& file : entry.files)
+            size += file.size;
+        return size;
+    };
+    const quint64 patchSize = sizeOf(patch), fullSize = sizeOf(fullPackage);
+    if (patchSize < fullSize)
+        return true;
+    for (const PatchFileInfo& file : patch.files)
+        QFile::remove(stagedPath(file.path));
+    emit noticed(QStringLiteral("%1 -> %2: patch left out, %3 bytes where the full package of %2 has %4")
+                     .arg(patch.fromVersion, patch.toVersion)
+                     .arg(patchSize)
+                     .arg(fullSize));
+    return false;
 }
 
 Outcome Publisher::publishFullPackages(
@@ -135,8 +175,8 @@ Outcome Publisher::publishFullPackages(
             version.text, version.text, unchanged.at(i) && m_bSameLevel && m_bSameParts,
             QStringLiteral("full/%1/full_%1.7z").arg(version.text),
             [&](const QString& archivePath, QStringList& written) {
-                return m_archiver->pack(
-                    version.filesDir, version.files.keys(), archivePath, m_options.partSize, written);
+                return m_archiver->pack(version.filesDir, version.files.keys() + version.emptyFolders,
+                    archivePath, m_options.partSize, written);
             },
             entry);
         if (!outcome.ok())
@@ -152,10 +192,14 @@ Outcome Publisher::prepare()
     if (m_sevenZip.isEmpty())
         return Outcome::Failure(ExitCode::MissingTool,
             QStringLiteral("7-Zip not found: put 7z beside core-publish or on the search path"));
-    m_xdelta = DiffTool::Locate();
-    if (m_xdelta.isEmpty())
-        return Outcome::Failure(
-            ExitCode::MissingTool, QStringLiteral("xdelta3 not found on the search path"));
+
+    if (!m_options.signingKeyPath.isEmpty()) {
+        QByteArray secretKey;
+        const Outcome outcome = KeyFile::ReadSecretKey(m_options.signingKeyPath, secretKey);
+        if (!outcome.ok())
+            return outcome;
+        m_signer = std::make_unique<ChannelSigner>(secretKey, m_options.expiresDays);
+    }
 
     const QString versionsDir = QDir::cleanPath(QFileInfo(m_options.versionsDir).absoluteFilePath());
     m_outputDir = QDir::cleanPath(QFileInfo(m_options.outputDir).absoluteFilePath());
@@ -231,6 +275,11 @@ Outcome Publisher::stageVersion(const VersionSource& source, StagedVersion& stag
 {
     staged.text = source.text;
     staged.filesDir = stagedPath(source.text + QStringLiteral("/files"));
+    staged.emptyFolders = source.emptyFolders;
+    for (const QString& folder : source.emptyFolders) {
+        if (!QDir().mkpath(QDir(staged.filesDir).filePath(folder)))
+            return outputFailure(QStringLiteral("cannot create %1 in %2").arg(folder, staged.filesDir));
+    }
     const QString published = m_previous->fileListText(source.text);
     bUnchanged = false;
     if (published.isEmpty())

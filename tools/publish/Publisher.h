@@ -14,6 +14,7 @@
 namespace Publish {
 
 class Archiver;
+class ChannelSigner;
 class PreviousOutput;
 
 // Publishes a folder of game versions as a channel root. Everything is made in a staging folder beside
@@ -39,7 +40,10 @@ private:
     Outcome stageVersion(const VersionSource& source, StagedVersion& staged, bool& bUnchanged);
     Outcome copyVersion(const VersionSource& source, StagedVersion& staged);
     Outcome publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
-        QVector<Morvantix::PatchEntry>& entries);
+        const QVector<Morvantix::PatchEntry>& fullPackages, QVector<Morvantix::PatchEntry>& entries);
+    // Whether a patch package is smaller than the full package of its target; one that is not is
+    // removed with a notice, since the host would rather download the full package.
+    bool isWorthPublishing(const Morvantix::PatchEntry& patch, const Morvantix::PatchEntry& fullPackage);
     Outcome publishFullPackages(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
         QVector<Morvantix::PatchEntry>& entries);
     // The package from -> to at archiveRel: taken over from OUTPUT when bReusable and still there,
@@ -56,13 +60,13 @@ private:
     PublishOptions m_options;
     QString m_outputDir;
     QString m_sevenZip;
-    QString m_xdelta;
     QString m_workDir;
     bool m_bSameLevel = false; // as the run that made OUTPUT
     bool m_bSameParts = false;
     std::unique_ptr<QTemporaryDir> m_staging;
     std::unique_ptr<PreviousOutput> m_previous;
     std::unique_ptr<Archiver> m_archiver;
+    std::unique_ptr<ChannelSigner> m_signer; // none for an unsigned channel
 };
 
 } // namespace Publish

@@ -50,6 +50,10 @@ Outcome scanFiles(const QString& versionsRoot, VersionSource& version)
         if (info.isDir()) {
             if (!info.isReadable() || !info.isExecutable())
                 return badInput(QStringLiteral("cannot read the folder %1").arg(shown));
+            // A version is its folders as well: the game may expect an empty one to be there.
+            if (QDir(info.filePath())
+                    .isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System))
+                version.emptyFolders.append(base.relativeFilePath(info.filePath()));
             continue;
         }
         if (!info.isFile())
@@ -70,6 +74,7 @@ Outcome scanFiles(const QString& versionsRoot, VersionSource& version)
     }
     std::sort(version.files.begin(), version.files.end(),
         [](const SourceFile& a, const SourceFile& b) { return a.rel < b.rel; });
+    version.emptyFolders.sort();
     return {};
 }
 
@@ -139,7 +144,7 @@ Outcome ScanVersions(const QString& root, QVector<VersionSource>& versions)
             return badInput(QStringLiteral("the folders \"%1\" and \"%2\" name the same version %3")
                                 .arg(folderByVersion.value(text), entry.fileName(), text));
         folderByVersion.insert(text, entry.fileName());
-        versions.append({ text, entry.fileName(), entry.absoluteFilePath(), {} });
+        versions.append({ text, entry.fileName(), entry.absoluteFilePath(), {}, {} });
     }
     if (versions.isEmpty())
         return badInput(QStringLiteral("%1 holds no version folder").arg(root));

@@ -3,6 +3,7 @@
 #include "Outcome.h"
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 namespace Publish {
@@ -23,6 +24,7 @@ struct VersionSource
     QString folderName;
     QString folder;
     QVector<SourceFile> files;
+    QStringList emptyFolders; // "/"-separated paths of folders that hold nothing at all
 };
 
 // The canonical version text a folder name stands for, or "" when the name is no version, or one

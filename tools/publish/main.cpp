@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 #include "InfoDocument.h"
+#include "KeyFile.h"
 #include "Publisher.h"
 #include "TerminalProgress.h"
 
@@ -28,6 +29,12 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "core-publish: %s\nTry core-publish --help.\n",
             commandLine.text.toLocal8Bit().constData());
         return int(ExitCode::Usage);
+    case CommandLine::Action::GenerateKey: {
+        const Outcome outcome = KeyFile::Generate(commandLine.keyPath);
+        if (!outcome.ok())
+            std::fprintf(stderr, "core-publish: %s\n", outcome.text.toLocal8Bit().constData());
+        return int(outcome.code);
+    }
     case CommandLine::Action::Publish:
         break;
     }

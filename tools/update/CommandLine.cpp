@@ -28,6 +28,10 @@ struct Parser
         QStringLiteral("One JSON object per line on standard output instead of the progress line.") };
     QCommandLineOption dryRun { QStringLiteral("dry-run"),
         QStringLiteral("Show the plan (steps, sizes, disk space at the peak) and change nothing.") };
+    QCommandLineOption trust { QStringLiteral("trust"),
+        QStringLiteral("Install only what the studio signed: FILE.pub is its public key (without it, the "
+                       "key recorded in the settings)."),
+        QStringLiteral("FILE.pub") };
     QCommandLineOption yes { QStringLiteral("yes"),
         QStringLiteral("Answer yes: reinstall over an installed game, go on while the server is under "
                        "maintenance.") };
@@ -43,7 +47,7 @@ struct Parser
                            "  repair   verify, then fetch again only the files that fail"));
         parser.addPositionalArgument(
             QStringLiteral("command"), QStringLiteral("install|update|verify|repair"));
-        parser.addOptions({ help, server, dir, limit, json, dryRun, yes });
+        parser.addOptions({ help, server, dir, limit, json, dryRun, trust, yes });
     }
 };
 
@@ -110,6 +114,7 @@ ParsedCommandLine ParseCommandLine(const QStringList& arguments)
     options.bJson = p.parser.isSet(p.json);
     options.bDryRun = p.parser.isSet(p.dryRun);
     options.bYes = p.parser.isSet(p.yes);
+    options.trustKeyPath = p.parser.value(p.trust);
     return result;
 }
 

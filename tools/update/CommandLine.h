@@ -20,6 +20,7 @@ struct UpdateOptions
     bool bJson = false;
     bool bDryRun = false;
     bool bYes = false;
+    QString trustKeyPath; // the studio's public key file; empty: the key in the settings, if any
 };
 
 struct ParsedCommandLine

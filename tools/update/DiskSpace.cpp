@@ -81,4 +81,16 @@ QString Shortage(const Need& need, const Volume& cache, const Volume& game)
     return QString();
 }
 
+QString FullVolume(const QStringList& paths)
+{
+    // Below this a write has failed for want of room, not for anything else.
+    constexpr qint64 kNearlyFullBytes = 1024 * 1024;
+    for (const QString& path : paths) {
+        const Volume volume = VolumeOf(path);
+        if (volume.availableBytes < kNearlyFullBytes)
+            return QStringLiteral("no disk space left on %1").arg(volume.root);
+    }
+    return QString();
+}
+
 } // namespace DiskSpace

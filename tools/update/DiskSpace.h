@@ -16,7 +16,8 @@ struct Need
     qint64 gameBytes = 0;
 };
 
-// The archive in the cache; every file of the version in the game folder.
+// The archive in the cache; every file of the version in the game folder's volume, where it is
+// unpacked beside the installed version, which stays (and keeps its space) until the swap.
 Need FullInstall(qint64 archiveBytes, const Morvantix::ManifestFileMap& target);
 
 // The archive and the unpacked package in the cache, the package counted as the changed and added
@@ -39,5 +40,9 @@ Volume VolumeOf(const QString& path);
 
 // Empty when there is room, else a text naming what is needed and what is free.
 QString Shortage(const Need& need, const Volume& cache, const Volume& game);
+
+// Empty unless one of the paths' volumes is full. The merge stage names every failed copy "in use",
+// so a failure there asks this before it is reported.
+QString FullVolume(const QStringList& paths);
 
 } // namespace DiskSpace

@@ -2,14 +2,26 @@
 
 #include "core/ErrorCode.h"
 
+#include <QStringList>
+
 namespace {
 
 // The patcher tells its failures apart only by its user texts; these are the parts that stay the
 // same in them (a file "is in use"; the disk "is short of space", also in the download's text).
 const QString kInUseMarker = QStringLiteral("被占用");
 const QString kNoSpaceMarker = QStringLiteral("磁盘空间不足");
-// 7-Zip's own words for a full disk.
-const QString kToolNoSpaceMarker = QStringLiteral("not enough space");
+// 7-Zip's own words for a full disk: the Windows system text, and the C library's on Linux.
+const QStringList kToolNoSpaceMarkers { QStringLiteral("not enough space"),
+    QStringLiteral("No space left on device") };
+
+bool toolSaysNoSpace(const QString& text)
+{
+    for (const QString& marker : kToolNoSpaceMarkers) {
+        if (text.contains(marker, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
 
 ExitCode forFileChange(const StageResult& result)
 {
@@ -37,6 +49,8 @@ ExitCode ExitCodeFor(const StageResult& result)
         return ExitCode::DocumentRefused;
     case Stage::Space:
         return ExitCode::NoSpace;
+    case Stage::Trust:
+        return ExitCode::Untrusted;
     case Stage::Download:
     case Stage::RepairDownload:
         // A write failure is a full disk, or a file the download manager would not place outside
@@ -48,8 +62,13 @@ ExitCode ExitCodeFor(const StageResult& result)
     case Stage::VerifyGame:
         return ExitCode::VerifyFailed;
     case Stage::Unpack:
-        return result.text.contains(kToolNoSpaceMarker, Qt::CaseInsensitive) ? ExitCode::NoSpace
-                                                                             : ExitCode::ToolFailed;
+        return toolSaysNoSpace(result.text) ? ExitCode::NoSpace : ExitCode::ToolFailed;
+    case Stage::Lock:
+        return ExitCode::Busy;
+    case Stage::Record:
+        return ExitCode::SettingsUnwritable;
+    case Stage::Swap:
+        return ExitCode::FileInUse;
     case Stage::Check:
         return ExitCode::FileInUse;
     case Stage::Merge:
@@ -70,6 +89,9 @@ QString ExitCodeTable()
         "  4    not enough disk space (both figures named)\n"
         "  5    a game file is in use (named)\n"
         "  6    an external tool failed (7-Zip, the patch tool)\n"
-        "  7    a server document refused: unusable, or a path outside its folder\n"
+        "  7    a server document refused: unusable, too large, or a path outside its folder\n"
+        "  8    another run holds this install folder (the folder and the process named)\n"
+        "  9    the settings (config.ini) cannot be written; nothing was changed\n"
+        "  10   untrusted channel: a signature, list, document or package not as the studio signed it\n"
         "  130  interrupted (Ctrl-C); the next run resumes\n");
 }

@@ -15,6 +15,9 @@ enum class ExitCode : int
     FileInUse = 5,
     ToolFailed = 6,
     DocumentRefused = 7, // a server document that is unusable or names a path outside its folder
+    Busy = 8, // another run holds this install folder
+    SettingsUnwritable = 9,
+    Untrusted = 10, // the channel's signed list refused, or a document or package not as it says
     Interrupted = 130,
 };
 

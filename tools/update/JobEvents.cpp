@@ -5,10 +5,18 @@ QString StageName(Stage stage)
     switch (stage) {
     case Stage::Settings:
         return QStringLiteral("settings");
+    case Stage::Lock:
+        return QStringLiteral("lock");
+    case Stage::Record:
+        return QStringLiteral("record");
+    case Stage::Swap:
+        return QStringLiteral("swap");
     case Stage::Server:
         return QStringLiteral("server");
     case Stage::Plan:
         return QStringLiteral("plan");
+    case Stage::Trust:
+        return QStringLiteral("trust");
     case Stage::Space:
         return QStringLiteral("space");
     case Stage::Download:

@@ -12,14 +12,18 @@
 enum class Stage
 {
     Settings, // reading the settings and the install folder
+    Lock, // taking the install folder for this run
+    Record, // writing the settings: the version reached, the work pending
     Server, // fetching the server's documents
     Plan, // deciding what to do; a server document refused
+    Trust, // the signed channel: its list, and each document and package against it
     Space, // free space against what a step needs
     Download,
     VerifyPackage,
     Unpack,
     Check, // no game file in use
     Merge,
+    Swap, // a full package unpacked beside the game put in its place
     VerifyGame,
     RepairDownload,
     RepairCopy,

@@ -2,6 +2,7 @@
 
 #include "DiskSpace.h"
 #include "HumanText.h"
+#include "JobFailure.h"
 #include "StageRunner.h"
 
 #include "files/QFileUtils.h"
@@ -45,24 +46,47 @@ void RepairJob::start(const QString& manifest, const QString& version, bool bRep
     m_version = version;
     m_bRepair = bRepair;
     m_bDryRun = bDryRun;
-    m_bFreshRound = false;
-    m_bCopied = false;
+    m_bRefetched = false;
     m_bInterrupted = false;
-    m_bRunning = true;
     m_downloadedBytes = 0;
     m_files.clear();
+    m_fetchList.clear();
     m_stages->setStep(0, 0);
-    verifyGame();
+    moveTo(State::VerifyGame);
 }
 
 void RepairJob::interrupt()
 {
-    if (!m_bRunning)
+    if (m_state == State::Idle || m_state == State::Finished)
         return;
     m_bInterrupted = true;
-    if (m_bDownloading) {
+    if (isDownloading()) {
         m_stages->pauseDownload();
         leaveIfInterrupted();
+    }
+}
+
+void RepairJob::moveTo(State next)
+{
+    if (leaveIfInterrupted())
+        return;
+    m_state = next;
+    switch (next) {
+    case State::VerifyGame:
+    case State::Reverify:
+        return verifyGame();
+    case State::Fetch:
+    case State::Refetch:
+        return fetchFiles();
+    case State::VerifyCopies:
+        return verifyCopies();
+    case State::CheckInUse:
+        return checkInUse();
+    case State::CopyIn:
+        return copyIn();
+    case State::Idle:
+    case State::Finished:
+        return;
     }
 }
 
@@ -74,10 +98,9 @@ void RepairJob::startStage(Stage stage, const QString& detail)
 
 bool RepairJob::leaveIfInterrupted()
 {
-    if (!m_bInterrupted)
-        return false;
-    m_bRunning = false;
-    m_bDownloading = false;
+    if (!m_bInterrupted || m_state == State::Finished)
+        return m_bInterrupted;
+    m_state = State::Finished;
     StageResult result;
     result.stage = m_stage;
     result.bInterrupted = true;
@@ -87,25 +110,28 @@ bool RepairJob::leaveIfInterrupted()
 
 void RepairJob::fail(Stage stage, int code, const QString& text, const QString& path)
 {
-    m_bRunning = false;
-    StageResult result { stage, true, false, code, text, path };
+    fail(StageResult { stage, true, false, code, text, path });
+}
+
+void RepairJob::fail(const StageResult& result)
+{
+    m_state = State::Finished;
     emit finished(result, {}, m_downloadedBytes);
 }
 
 void RepairJob::succeed()
 {
-    m_bRunning = false;
-    if (m_bCopied)
+    const bool bCopied = m_state == State::Reverify;
+    m_state = State::Finished;
+    if (bCopied)
         QFileUtils::DeleteFileOrFolder(RepairFolder(m_ctx));
     StageResult result;
     result.stage = m_stage;
-    emit finished(result, m_bCopied ? m_files : QStringList(), m_downloadedBytes);
+    emit finished(result, bCopied ? m_files : QStringList(), m_downloadedBytes);
 }
 
 void RepairJob::verifyGame()
 {
-    if (leaveIfInterrupted())
-        return;
     if (!SolveRepairManifest(m_manifestText, m_ctx))
         return fail(Stage::Plan, 0,
             QStringLiteral("the verify manifest of %1 names a path outside the game folder").arg(m_version));
@@ -125,7 +151,7 @@ void RepairJob::onGameVerified(const VerifyCallbackInfo& info)
         return succeed();
     if (failed.isEmpty())
         return fail(Stage::VerifyGame, 0, QStringLiteral("the game folder could not be verified"));
-    if (m_bCopied)
+    if (m_state == State::Reverify)
         return fail(Stage::VerifyGame, failed.size(),
             QStringLiteral("%1 still not as published after the repair: %2")
                 .arg(HumanText::Files(failed.size()), listed(failed)));
@@ -144,15 +170,15 @@ void RepairJob::onGameVerified(const VerifyCallbackInfo& info)
         emit planned(plan);
         return succeed();
     }
-    fetchFiles(failed, false);
+    m_fetchList = failed;
+    moveTo(State::Fetch);
 }
 
-void RepairJob::fetchFiles(const QStringList& files, bool bFresh)
+void RepairJob::fetchFiles()
 {
-    if (leaveIfInterrupted())
-        return;
-    const bool planned = bFresh ? GetRepairPartDownloadVec(m_ctx, files, m_version)
-                                : GetRepairDownloadVec(m_ctx, files, m_version);
+    const QStringList& files = m_fetchList;
+    const bool planned = m_state == State::Refetch ? GetRepairPartDownloadVec(m_ctx, files, m_version)
+                                                   : GetRepairDownloadVec(m_ctx, files, m_version);
     if (!planned)
         return fail(Stage::Plan, 0,
             QStringLiteral("the verify manifest of %1 names a file that cannot be repaired").arg(m_version));
@@ -164,23 +190,20 @@ void RepairJob::fetchFiles(const QStringList& files, bool bFresh)
 
     startStage(
         Stage::RepairDownload, QStringLiteral("%1: %2").arg(HumanText::Files(files.size()), listed(files)));
-    m_bDownloading = true;
     m_stages->download(Stage::RepairDownload, [this](const DownloadCallbackInfo& info) { onFetched(info); });
 }
 
 void RepairJob::onFetched(const DownloadCallbackInfo& info)
 {
-    m_bDownloading = false;
     if (info.bError)
         return fail(Stage::RepairDownload, info.errorCode, info.errorMsg);
     m_downloadedBytes += info.totalBytes;
-    verifyCopies();
+    m_bRefetched = m_state == State::Refetch;
+    moveTo(State::VerifyCopies);
 }
 
 void RepairJob::verifyCopies()
 {
-    if (leaveIfInterrupted())
-        return;
     if (!SolvePartRepairManifest(m_manifestText, m_files, m_ctx))
         return fail(Stage::Plan, 0, QStringLiteral("the verify manifest of %1 is unusable").arg(m_version));
     startStage(Stage::VerifyPackage, QStringLiteral("%1 fetched").arg(HumanText::Files(m_files.size())));
@@ -191,38 +214,32 @@ void RepairJob::verifyCopies()
 void RepairJob::onCopiesVerified(const VerifyCallbackInfo& info)
 {
     if (!info.bError)
-        return checkInUse();
-    if (m_bFreshRound || info.failedFiles.isEmpty())
+        return moveTo(State::CheckInUse);
+    if (m_bRefetched || info.failedFiles.isEmpty())
         return fail(Stage::VerifyPackage, info.failedFiles.size(),
             QStringLiteral("%1 fetched from the server did not match its manifest: %2")
                 .arg(HumanText::Files(info.failedFiles.size()), listed(info.failedFiles)));
-    m_bFreshRound = true;
-    fetchFiles(info.failedFiles, true);
+    m_fetchList = info.failedFiles;
+    moveTo(State::Refetch);
 }
 
 void RepairJob::checkInUse()
 {
-    if (leaveIfInterrupted())
-        return;
     startStage(Stage::Check, m_ctx.m_updateSetting.gamePath);
-    m_ctx.m_checkPath = m_ctx.m_updateSetting.gamePath;
-    m_stages->check([this](const CheckCallbackInfo& info) {
-        if (info.bError)
-            return fail(Stage::Check, 0, QStringLiteral("a game file is in use: %1").arg(info.errorPath),
-                info.errorPath);
-        copyIn();
+    m_stages->checkNotInUse(m_ctx.m_updateSetting.gamePath, [this](const QString& busyPath) {
+        if (!busyPath.isEmpty())
+            return fail(JobFailure::InUse(busyPath));
+        moveTo(State::CopyIn);
     });
 }
 
 void RepairJob::copyIn()
 {
-    if (leaveIfInterrupted())
-        return;
     startStage(Stage::RepairCopy, HumanText::Files(m_files.size()));
     m_stages->applyPatch(Stage::RepairCopy, [this](const PatcherCallbackInfo& info) {
         if (info.bError)
-            return fail(Stage::RepairCopy, 0, info.errorString);
-        m_bCopied = true;
-        verifyGame();
+            return fail(
+                JobFailure::Copy(Stage::RepairCopy, info.errorString, { m_ctx.m_updateSetting.gamePath }));
+        moveTo(State::Reverify);
     });
 }

@@ -31,9 +31,28 @@ signals:
     void finished(const StageResult& result, const QStringList& repairedFiles, qint64 downloadedBytes);
 
 private:
+    // A repair goes down this list; a dry run or a verify only stops after VerifyGame. A cached copy
+    // that fails its check sends the repair back once through Refetch, and CopyIn ends in Reverify.
+    enum class State
+    {
+        Idle,
+        VerifyGame,
+        Fetch, // downloads every file that failed
+        VerifyCopies,
+        Refetch, // downloads again, from scratch, the copies that failed their check
+        CheckInUse,
+        CopyIn,
+        Reverify, // the whole folder once more, after the copies are in
+        Finished,
+    };
+
+    // The one place the repair moves on: leaves if interrupted, else starts `next`.
+    void moveTo(State next);
+    bool isDownloading() const { return m_state == State::Fetch || m_state == State::Refetch; }
+
     void verifyGame();
     void onGameVerified(const Morvantix::VerifyCallbackInfo& info);
-    void fetchFiles(const QStringList& files, bool bFresh);
+    void fetchFiles();
     void onFetched(const Morvantix::DownloadCallbackInfo& info);
     void verifyCopies();
     void onCopiesVerified(const Morvantix::VerifyCallbackInfo& info);
@@ -43,6 +62,7 @@ private:
     void startStage(Stage stage, const QString& detail);
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
+    void fail(const StageResult& result);
     void succeed();
 
     StageRunner* m_stages;
@@ -50,14 +70,13 @@ private:
     QString m_manifestText;
     Morvantix::ManifestFileMap m_manifest;
     QString m_version;
+    State m_state = State::Idle;
     QStringList m_files; // the files being repaired
+    QStringList m_fetchList; // what Fetch or Refetch downloads: all of m_files, or the failed copies
     Stage m_stage = Stage::VerifyGame;
     qint64 m_downloadedBytes = 0;
     bool m_bRepair = false;
     bool m_bDryRun = false;
-    bool m_bFreshRound = false; // the second fetch of copies that failed their check
-    bool m_bCopied = false;
-    bool m_bDownloading = false;
+    bool m_bRefetched = false; // what VerifyCopies checks came from Refetch: no third round
     bool m_bInterrupted = false;
-    bool m_bRunning = false;
 };

@@ -81,7 +81,7 @@ void StageRunner::reportFraction(double fraction, qint64 totalBytes)
     report(fraction, done, totalBytes, speed, left);
 }
 
-void StageRunner::fetch(const QString& url, std::function<void(const QString&, int)> done)
+void StageRunner::fetch(const QString& url, qint64 maxBytes, std::function<void(const QString&, int)> done)
 {
     const quint64 generation = begin(Stage::Server);
     GetDownloadComponent()->GetContentByUrl(
@@ -92,27 +92,69 @@ void StageRunner::fetch(const QString& url, std::function<void(const QString&, i
                     done(text, code);
             });
         },
-        QString(), false);
+        QString(), false, maxBytes);
 }
 
-void StageRunner::download(Stage stage, std::function<void(const DownloadCallbackInfo&)> done)
+namespace {
+
+// What sets one stage apart from another: which report is its end, and how its reports become
+// progress. Everything else (the stale-report guard, the deferred end) is the same for all.
+template <typename Info> struct StageTraits;
+
+template <> struct StageTraits<DownloadCallbackInfo>
 {
-    const quint64 generation = begin(stage);
-    auto component = GetDownloadComponent();
-    component->RegistCallbackFunc([this, generation, done](DownloadCallbackInfo& info) {
+    static bool ended(const DownloadCallbackInfo& info) { return info.bComplete || info.bError; }
+};
+template <> struct StageTraits<VerifyCallbackInfo>
+{
+    static bool ended(const VerifyCallbackInfo& info) { return info.bComplete; }
+};
+template <> struct StageTraits<UnZipCallbackInfo>
+{
+    static bool ended(const UnZipCallbackInfo& info) { return info.bComplete; }
+};
+template <> struct StageTraits<CheckCallbackInfo>
+{
+    static bool ended(const CheckCallbackInfo& info) { return info.bComplete; }
+};
+template <> struct StageTraits<PatcherCallbackInfo>
+{
+    static bool ended(const PatcherCallbackInfo& info) { return info.bComplete || info.bError; }
+};
+
+} // namespace
+
+template <typename Info, typename Component>
+void StageRunner::watch(
+    Component& component, std::function<void(const Info&)> progress, std::function<void(const Info&)> done)
+{
+    const quint64 generation = m_generation;
+    component.RegistCallbackFunc([this, generation, progress, done](Info& info) {
         if (!isCurrent(generation))
             return;
-        if (!info.bComplete && !info.bError) {
-            report(info.percent, info.receivedBytes, info.totalBytes, info.speed,
-                info.speed > 0 ? info.remainTime : -1);
+        if (!StageTraits<Info>::ended(info)) {
+            progress(info);
             return;
         }
-        const DownloadCallbackInfo copy = info;
+        const Info copy = info;
         QTimer::singleShot(0, this, [this, generation, done, copy] {
             if (isCurrent(generation))
                 done(copy);
         });
     });
+}
+
+void StageRunner::download(Stage stage, std::function<void(const DownloadCallbackInfo&)> done)
+{
+    begin(stage);
+    auto component = GetDownloadComponent();
+    watch<DownloadCallbackInfo>(
+        *component,
+        [this](const DownloadCallbackInfo& info) {
+            report(info.percent, info.receivedBytes, info.totalBytes, info.speed,
+                info.speed > 0 ? info.remainTime : -1);
+        },
+        std::move(done));
     m_ctx.m_updateSetting.limitSpeed = m_limitKBps;
     m_ctx.m_bLimitSpeed = m_limitKBps > 0;
     // Always a resuming start: a fresh start clears the cache folder, and with it every partial file
@@ -128,83 +170,56 @@ void StageRunner::pauseDownload()
 
 void StageRunner::verify(Stage stage, qint64 totalBytes, std::function<void(const VerifyCallbackInfo&)> done)
 {
-    const quint64 generation = begin(stage);
+    begin(stage);
     auto component = GetVerifyComponent();
-    component->RegistCallbackFunc([this, generation, totalBytes, done](VerifyCallbackInfo& info) {
-        if (!isCurrent(generation))
-            return;
-        if (!info.bComplete) {
-            reportFraction(info.percent, totalBytes);
-            return;
-        }
-        const VerifyCallbackInfo copy = info;
-        QTimer::singleShot(0, this, [this, generation, done, copy] {
-            if (isCurrent(generation))
-                done(copy);
-        });
-    });
+    watch<VerifyCallbackInfo>(
+        *component,
+        [this, totalBytes](const VerifyCallbackInfo& info) { reportFraction(info.percent, totalBytes); },
+        std::move(done));
     component->StartVerify(m_ctx);
 }
 
 void StageRunner::unpack(qint64 totalBytes, std::function<void(const UnZipCallbackInfo&)> done)
 {
-    const quint64 generation = begin(Stage::Unpack);
+    begin(Stage::Unpack);
     auto component = GetUnZipComponent();
-    component->RegistCallbackFunc([this, generation, totalBytes, done](UnZipCallbackInfo& info) {
-        if (!isCurrent(generation))
-            return;
-        if (!info.bComplete) {
+    watch<UnZipCallbackInfo>(
+        *component,
+        [this, totalBytes](const UnZipCallbackInfo& info) {
             const int archives = qMax(1, info.totalCount);
             reportFraction((info.curCount + info.percent / 100.0) / archives, totalBytes);
-            return;
-        }
-        const UnZipCallbackInfo copy = info;
-        QTimer::singleShot(0, this, [this, generation, done, copy] {
-            if (isCurrent(generation))
-                done(copy);
-        });
-    });
+        },
+        std::move(done));
     component->StartUnZip(m_ctx);
 }
 
 void StageRunner::check(std::function<void(const CheckCallbackInfo&)> done)
 {
-    const quint64 generation = begin(Stage::Check);
+    begin(Stage::Check);
     auto component = GetCheckComponent();
-    component->RegistCallbackFunc([this, generation, done](CheckCallbackInfo& info) {
-        if (!isCurrent(generation))
-            return;
-        if (!info.bComplete) {
-            reportFraction(info.percent, -1);
-            return;
-        }
-        const CheckCallbackInfo copy = info;
-        QTimer::singleShot(0, this, [this, generation, done, copy] {
-            if (isCurrent(generation))
-                done(copy);
-        });
-    });
+    watch<CheckCallbackInfo>(
+        *component, [this](const CheckCallbackInfo& info) { reportFraction(info.percent, -1); },
+        std::move(done));
     component->StartChecker(m_ctx);
+}
+
+void StageRunner::checkNotInUse(const QString& folder, std::function<void(const QString&)> done)
+{
+    m_ctx.m_checkPath = folder;
+    check([done](const CheckCallbackInfo& info) { done(info.bError ? info.errorPath : QString()); });
 }
 
 void StageRunner::applyPatch(Stage stage, std::function<void(const PatcherCallbackInfo&)> done)
 {
-    const quint64 generation = begin(stage);
+    begin(stage);
     auto component = GetPatchComponent();
-    component->RegistCallbackFunc([this, generation, done](PatcherCallbackInfo& info) {
-        if (!isCurrent(generation))
-            return;
-        if (!info.bComplete && !info.bError) {
+    watch<PatcherCallbackInfo>(
+        *component,
+        [this](const PatcherCallbackInfo& info) {
             // Reports count the files of the step being worked on: diffs, then added, then deleted.
             reportFraction(info.totalpercent > 0 ? double(info.percent) / info.totalpercent : 0.0, -1);
-            return;
-        }
-        const PatcherCallbackInfo copy = info;
-        QTimer::singleShot(0, this, [this, generation, done, copy] {
-            if (isCurrent(generation))
-                done(copy);
-        });
-    });
+        },
+        std::move(done));
     // The one flag is the patcher's choice of the merge stage here, and the download's speed-limit
     // switch elsewhere; the download stage sets it back.
     m_ctx.m_bLimitSpeed = true;

@@ -25,7 +25,8 @@ public:
     // KB/s for the downloads that follow; -1 for none.
     void setDownloadLimit(int kbps) { m_limitKBps = kbps; }
 
-    void fetch(const QString& url, std::function<void(const QString& text, int code)> done);
+    // maxBytes: the document's cap; a larger one ends with code ContentTooLarge.
+    void fetch(const QString& url, qint64 maxBytes, std::function<void(const QString& text, int code)> done);
     void download(Stage stage, std::function<void(const Morvantix::DownloadCallbackInfo&)> done);
     void pauseDownload();
     // totalBytes: what the job hashes, to show progress in bytes.
@@ -33,6 +34,8 @@ public:
         Stage stage, qint64 totalBytes, std::function<void(const Morvantix::VerifyCallbackInfo&)> done);
     void unpack(qint64 totalBytes, std::function<void(const Morvantix::UnZipCallbackInfo&)> done);
     void check(std::function<void(const Morvantix::CheckCallbackInfo&)> done);
+    // Checks that no file under `folder` is open elsewhere; `done` gets the first one that is, or "".
+    void checkNotInUse(const QString& folder, std::function<void(const QString& busyPath)> done);
     void applyPatch(Stage stage, std::function<void(const Morvantix::PatcherCallbackInfo&)> done);
 
     // Leaves the running stage: its later reports and its end are ignored.
@@ -47,6 +50,11 @@ private:
     void report(double fraction, qint64 doneBytes, qint64 totalBytes, qint64 speed, int secondsLeft);
     // Speed and time left from the stage's own clock, for stages that report only a fraction.
     void reportFraction(double fraction, qint64 totalBytes);
+    // Hands the running stage's reports to `progress` until its end, which goes to `done` from the
+    // event loop; reports of an abandoned stage go nowhere.
+    template <typename Info, typename Component>
+    void watch(Component& component, std::function<void(const Info&)> progress,
+        std::function<void(const Info&)> done);
 
     Morvantix::GameUpdateContext& m_ctx;
     Stage m_stage = Stage::Settings;

@@ -1,6 +1,7 @@
 #include "TerminalRenderer.h"
 
 #include "HumanText.h"
+#include "ShownText.h"
 
 #include "util/QtUtil.h"
 
@@ -88,7 +89,7 @@ void TerminalRenderer::progressed(const ProgressEvent& event)
 void TerminalRenderer::noticed(const QString& text)
 {
     endBarLine();
-    write(m_err, QStringLiteral("notice: %1\n").arg(text));
+    write(m_err, QStringLiteral("notice: %1\n").arg(ShownText(text)));
 }
 
 void TerminalRenderer::planned(const UpdatePlan& plan)
@@ -137,7 +138,7 @@ void TerminalRenderer::finished(const StageResult& result, const JobSummary& sum
     if (result.bFailed) {
         write(m_err,
             QStringLiteral("error: %1: %2 (exit code %3)\n")
-                .arg(StageName(result.stage), result.text)
+                .arg(StageName(result.stage), ShownText(result.text))
                 .arg(exitCode));
         return;
     }

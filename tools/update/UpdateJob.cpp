@@ -1,14 +1,24 @@
 #include "UpdateJob.h"
 
+#include "Boundary.h"
 #include "DiskSpace.h"
+#include "FolderSwap.h"
 #include "HumanText.h"
+#include "InstallLock.h"
+#include "JobFailure.h"
+#include "PackageChoice.h"
 #include "RepairJob.h"
+#include "ShownText.h"
 #include "StageRunner.h"
+#include "TrustGate.h"
 
 #include "core/ComponentAccessors.h"
 #include "core/Constants.h"
 #include "core/CoreSystem.h"
+#include "core/DocumentCaps.h"
+#include "core/ErrorCode.h"
 #include "core/GlobalVar.h"
+#include "core/RecordCodes.h"
 #include "core/SerializeComponent.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
@@ -24,6 +34,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
+
+#include <numeric>
 
 using namespace Morvantix;
 
@@ -52,6 +65,7 @@ UpdateJob::UpdateJob(const UpdateOptions& options, const QString& settingsFolder
     , m_ctx(CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext())
     , m_stages(new StageRunner(*m_ctx, this))
     , m_repair(new RepairJob(m_stages, *m_ctx, this))
+    , m_trust(new TrustGate(this))
 {
     connect(m_stages, &StageRunner::progressed, this, &UpdateJob::progressed);
     connect(m_repair, &RepairJob::stageStarted, this, [this](const StageEvent& event) {
@@ -68,21 +82,96 @@ void UpdateJob::start()
 {
     Global::Var::Host = m_options.serverUrl;
     Global::Var::HostAndChannel = m_options.serverUrl;
-    if (readSettings())
+    if (!m_options.bDryRun && !takeLock())
+        return;
+    m_state = State::Prepare;
+    if (readSettings() && finishInterruptedSwap())
+        openChannel();
+}
+
+bool UpdateJob::stopsBefore(State state)
+{
+    // A checked patch goes on to its in-use check, and an unpacked full package into place: the
+    // run stops at the next state instead, with the unpacked work recorded. The verify and repair
+    // commands come straight from their manifest fetch, which an interrupt ends by itself.
+    return state != State::CheckPatch && state != State::Swap && state != State::VerifyInstalled;
+}
+
+void UpdateJob::moveTo(State next)
+{
+    if (stopsBefore(next) && leaveIfInterrupted())
+        return;
+    m_state = next;
+    switch (next) {
+    case State::Step:
+        return runStep();
+    case State::Download:
+        return downloadPackage();
+    case State::VerifyPackage:
+        return verifyPackage();
+    case State::Unpack:
+        return unpackPackage();
+    case State::CheckPatch:
+        return checkPatchInfo();
+    case State::CheckInUse:
+        return checkInUse();
+    case State::Merge:
+        return merge();
+    case State::Swap:
+        return swapIn();
+    case State::VerifyGame:
+        return verifyGame();
+    case State::VerifyInstalled:
+        return startRepairJob();
+    case State::Idle:
+    case State::Prepare:
+    case State::Finished:
+        return;
+    }
+}
+
+void UpdateJob::openChannel()
+{
+    QString error;
+    const bool bSettings = !m_options.bDryRun
+        || QFile::exists(QDir(m_settingsFolder).filePath(constant(Const::ConfigFileName)));
+    if (!m_trust->load(m_options.trustKeyPath, bSettings, error))
+        return fail(Stage::Settings, 0, error);
+    if (!m_trust->isActive()) {
+        emit noticed(QStringLiteral("the channel is not verified: no trusted key (--trust FILE.pub)"));
+        return fetchInfo();
+    }
+    startStage(Stage::Trust, ChannelTrust::DocumentName());
+    m_trust->open(m_options.serverUrl, [this](bool bNetwork, const QString& error) {
+        if (bNetwork)
+            return fail(Stage::Server, 0, error);
+        if (!error.isEmpty())
+            return fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(error));
         fetchInfo();
+    });
+}
+
+bool UpdateJob::admit(const QString& path, const QString& text)
+{
+    const QString refused = m_trust->admitDocument(path, text);
+    if (refused.isEmpty())
+        return true;
+    fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(refused), path);
+    return false;
 }
 
 void UpdateJob::interrupt()
 {
-    if (m_bFinished || m_bInterrupted)
+    if (m_state == State::Finished || m_bInterrupted)
         return;
     m_bInterrupted = true;
-    if (m_bRepairRunning) {
+    if (m_state == State::VerifyGame || m_state == State::VerifyInstalled) {
         m_repair->interrupt();
-    } else if (m_bDownloading) {
+    } else if (m_state == State::Download) {
         m_stages->pauseDownload();
         leaveIfInterrupted();
-    } else if (m_stage == Stage::Settings || m_stage == Stage::Server || m_stage == Stage::Plan) {
+    } else if (m_stage == Stage::Settings || m_stage == Stage::Trust || m_stage == Stage::Server
+        || m_stage == Stage::Plan) {
         m_stages->abandon();
         leaveIfInterrupted();
     } else {
@@ -91,6 +180,23 @@ void UpdateJob::interrupt()
 }
 
 // --- Settings and server documents ---
+
+bool UpdateJob::takeLock()
+{
+    m_stage = Stage::Lock;
+    if (!QDir().mkpath(m_options.folder)) {
+        fail(Stage::Settings, 0, QStringLiteral("cannot create the install folder %1").arg(m_options.folder));
+        return false;
+    }
+    m_lock = std::make_unique<InstallLock>(m_options.folder);
+    if (m_lock->tryLock())
+        return true;
+    fail(Stage::Lock, 0,
+        QStringLiteral("another run is working in %1: %2; try again when it has ended")
+            .arg(m_options.folder, m_lock->holder()),
+        m_lock->filePath());
+    return false;
+}
 
 bool UpdateJob::readSettings()
 {
@@ -106,6 +212,7 @@ bool UpdateJob::readSettings()
         setting.limitSpeed = -1;
     }
     m_storedLimit = setting.limitSpeed;
+    m_pending = bHaveFile ? ReadPendingWork(*serializer) : PendingWork::None;
 
     const QString recorded = bHaveFile ? serializer->GetValueByKey(constant(Const::InstallPath)) : QString();
     if (!recorded.isEmpty() && QDir::cleanPath(recorded) != m_options.folder
@@ -118,6 +225,7 @@ bool UpdateJob::readSettings()
         setting.transitionGameVersion.clear();
         setting.targetGameVersion.clear();
         setting.currentStage = constant(Const::InitStage);
+        m_pending = PendingWork::None;
     }
     setting.installPath = m_options.folder;
     setting.gamePath = QFileUtils::CombinePath(m_options.folder, constant(Const::GameFolderName));
@@ -130,47 +238,125 @@ bool UpdateJob::readSettings()
 
     if (m_options.bDryRun)
         return true;
-    if (!QDir().mkpath(m_options.folder)) {
-        fail(Stage::Settings, 0, QStringLiteral("cannot create the install folder %1").arg(m_options.folder));
+    // Written before anything else happens: a run that could not record what it did would start
+    // from the beginning every time, wiping what the last one installed.
+    if (!saveSettings())
         return false;
-    }
-    saveSettings();
+    m_settled = setting;
+    m_settledPending = m_pending;
     return true;
 }
 
-void UpdateJob::saveSettings()
+bool UpdateJob::saveSettings()
 {
     if (m_options.bDryRun)
-        return;
+        return true;
     // --limit holds for this run only; the settings keep the player's own limit.
     UpdateSetting setting = m_ctx->m_updateSetting;
     setting.limitSpeed = m_storedLimit;
-    GetSerializeComponent()->SaveSetting(setting);
+    auto serializer = GetSerializeComponent();
+    // The version before the pending work: a run stopped between the two writes finds a swap still
+    // pending, which it recognises as done, rather than a version it has not reached.
+    if (serializer->SaveSetting(setting) && WritePendingWork(*serializer, m_pending))
+        return true;
+    const QString file = QDir(m_settingsFolder).filePath(constant(Const::ConfigFileName));
+    const DiskSpace::Volume volume = DiskSpace::VolumeOf(m_settingsFolder);
+    if (volume.availableBytes == 0)
+        fail(Stage::Space, 0, QStringLiteral("no disk space left on %1 to write %2").arg(volume.root, file),
+            file);
+    else
+        fail(Stage::Record, 0,
+            QStringLiteral("cannot write the settings %1 (read-only, or not a file); nothing was changed "
+                           "after the last recorded step")
+                .arg(file),
+            file);
+    return false;
+}
+
+// A full package that was unpacked beside the game when the last run stopped is put in place before
+// anything else: the game folder must hold the version the settings name.
+bool UpdateJob::finishInterruptedSwap()
+{
+    if (m_pending != PendingWork::Swap || m_options.bDryRun)
+        return true;
+    UpdateSetting& setting = m_ctx->m_updateSetting;
+    startStage(Stage::Swap, setting.gamePath);
+    const QString error = FolderSwap::Finish(setting.gamePath);
+    if (!error.isEmpty()) {
+        fail(Stage::Swap, 0, error, setting.gamePath);
+        return false;
+    }
+    emit noticed(QStringLiteral("version %1, unpacked by a run that was stopped, is now in place")
+                     .arg(setting.targetGameVersion));
+    setting.currentGameVersion = setting.targetGameVersion;
+    setting.transitionGameVersion.clear();
+    setting.currentStage = constant(Const::InitStage);
+    setting.bPatchFinished = true;
+    m_pending = PendingWork::Verify;
+    if (!saveSettings())
+        return false;
+    FolderSwap::RemoveLeftovers(setting.gamePath);
+    pruneCache();
+    m_summary.installedVersion = setting.currentGameVersion;
+    m_summary.version = setting.currentGameVersion;
+    return true;
+}
+
+bool UpdateJob::documentTooLarge(int code, const QString& name, qint64 cap)
+{
+    if (code != ContentTooLarge)
+        return false;
+    fail(Stage::Plan, code,
+        QStringLiteral("the server's %1 is larger than %2; refused").arg(name, QtUtil::FormatSize(cap)));
+    return true;
+}
+
+void UpdateJob::upToDate(const QString& version)
+{
+    // Nothing in the cache serves a step any more (a run stopped after recording its last one).
+    if (!m_options.bDryRun) {
+        m_ctx->m_downloadFileList.clear();
+        pruneCache();
+    }
+    if (m_pending != PendingWork::Verify)
+        return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(version));
+    // The settings name this version, but a run that changed the game folder was stopped before it
+    // had verified it.
+    emit noticed(QStringLiteral("the last run was stopped before version %1 was verified; verifying now")
+                     .arg(version));
+    m_summary.version = version;
+    m_newest = version;
+    fetchManifests({ version }, [this] { moveTo(State::VerifyGame); });
 }
 
 void UpdateJob::fetchInfo()
 {
     startStage(Stage::Server, Global::Var::InfoName);
     m_stages->fetch(QFileUtils::CombinePath(m_options.serverUrl, Global::Var::InfoName),
-        [this](const QString& text, int code) { onInfo(text, code); });
+        DocumentCaps::RemoteInfoBytes, [this](const QString& text, int code) { onInfo(text, code); });
 }
 
 void UpdateJob::onInfo(const QString& text, int code)
 {
+    if (documentTooLarge(code, Global::Var::InfoName, DocumentCaps::RemoteInfoBytes))
+        return;
     if (code != 0)
         return fail(Stage::Server, code,
             QStringLiteral("cannot read %1 from %2 (network error %3)")
                 .arg(Global::Var::InfoName, m_options.serverUrl)
                 .arg(code));
+    if (!admit(Global::Var::InfoName, text))
+        return;
     SolveRemoteInfo(text, *m_ctx);
     const RemoteInfo& info = m_ctx->m_remoteInfo;
     if (!info.m_maintainContent.isEmpty() || !info.m_maintainStart.isEmpty()) {
-        emit noticed(QStringLiteral("maintenance %1: %2 %3")
-                         .arg(info.m_maintainStart, info.m_maintainContent, info.m_maintainLink)
-                         .simplified());
+        emit noticed(ShownText(QStringLiteral("maintenance %1: %2 %3")
+                                   .arg(info.m_maintainStart, info.m_maintainContent, info.m_maintainLink)
+                                   .simplified()));
     }
     if (info.m_bReparing) {
-        emit noticed(QStringLiteral("the server is under maintenance: %1").arg(info.m_reparingTip));
+        emit noticed(
+            ShownText(QStringLiteral("the server is under maintenance: %1").arg(info.m_reparingTip)));
         if (!m_options.bYes)
             return fail(Stage::Server, 0,
                 QStringLiteral("the server is under maintenance; try again later, or add --yes to go on"));
@@ -181,8 +367,7 @@ void UpdateJob::onInfo(const QString& text, int code)
         if (installed.isEmpty())
             return fail(Stage::Settings, 0,
                 QStringLiteral("nothing is installed in %1; run install first").arg(m_options.folder));
-        return fetchManifests(
-            { installed }, [this] { startRepairJob(m_options.command == Command::Repair); });
+        return fetchManifests({ installed }, [this] { moveTo(State::VerifyInstalled); });
     }
     fetchGuide();
 }
@@ -191,11 +376,14 @@ void UpdateJob::fetchGuide()
 {
     startStage(Stage::Server, Global::Var::GuideManifestName);
     m_stages->fetch(QFileUtils::CombinePath(m_options.serverUrl, Global::Var::GuideManifestName),
-        [this](const QString& text, int code) {
+        DocumentCaps::GuideManifestBytes, [this](const QString& text, int code) {
+            if (documentTooLarge(code, Global::Var::GuideManifestName, DocumentCaps::GuideManifestBytes))
+                return;
             if (code != 0)
                 return fail(Stage::Server, code,
                     QStringLiteral("cannot read the server's manifest (network error %1)").arg(code));
-            decide(text);
+            if (admit(Global::Var::GuideManifestName, text))
+                decide(text);
         });
 }
 
@@ -221,32 +409,35 @@ void UpdateJob::decide(const QString& guide)
                     .arg(setting.currentGameVersion, m_options.folder));
         setting.currentGameVersion.clear();
     }
-    // Planning resets a changed target and may wipe a half-finished install of it: not in a dry run.
-    if (m_options.bDryRun)
-        setting.targetGameVersion.clear();
+    // Planning resets a changed target and wipes the game folder for a half-finished install of it.
+    // A full package is unpacked beside the game here, so there is no such half; and a chain goes on
+    // from the version recorded after its last step. The target is never handed to it.
+    setting.targetGameVersion.clear();
 
     SolveGuideManifest(guide, *m_ctx);
     m_newest = VersionToString(m_ctx->m_guideManifest.m_newestVersion);
     m_summary.fullPackageBytes = m_ctx->m_fullPackSize;
     const QString installed = setting.currentGameVersion;
-    if (m_ctx->m_solveResult == 7)
+    if (m_ctx->m_solveResult == SolveResult::NoFullPack)
         return fail(Stage::Plan, 7,
             QStringLiteral("the server's manifest has no full package for its newest version %1")
                 .arg(manifest.lastVersion));
-    if (m_ctx->m_solveResult == 6)
+    if (m_ctx->m_solveResult == SolveResult::InstalledNewer)
         return succeed(Outcome::InstalledNewer,
             QStringLiteral("the installed version %1 is newer than the server's newest %2; nothing changed")
                 .arg(installed, m_newest));
     if (installed == m_newest)
-        return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
+        return upToDate(installed);
 
     m_summary.version = m_newest;
-    m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == 8;
+    if (!installed.isEmpty() && m_ctx->m_solveResult != SolveResult::FullPack)
+        preferFullPackageWhenSmaller();
+    m_bFullInstall = installed.isEmpty() || m_ctx->m_solveResult == SolveResult::FullPack;
     QStringList versions;
     if (!m_bFullInstall) {
         const QVector<PatchStep>& steps = m_ctx->m_guideManifest.m_downloadList;
         if (steps.isEmpty())
-            return succeed(Outcome::UpToDate, QStringLiteral("version %1 is up to date").arg(installed));
+            return upToDate(installed);
         // A chain taken up again after the server's newest version changed starts without a list.
         if (m_ctx->m_downloadFileList.isEmpty())
             GetCurrentShortestDownloadFile(*m_ctx, VersionToString(steps.first().from));
@@ -259,6 +450,31 @@ void UpdateJob::decide(const QString& guide)
     fetchManifests(versions, [this] { planSteps(); });
 }
 
+// Never more than the full package: the planner gives the full package no cost, so a long chain or a
+// major jump could download more than a fresh install would.
+void UpdateJob::preferFullPackageWhenSmaller()
+{
+    QVector<qint64> chain;
+    for (const PatchStep& step : m_ctx->m_guideManifest.m_downloadList) {
+        // A step's package may be published in several parts; it costs all of them.
+        qint64 stepSize = 0;
+        for (const PackFileInfo& part : step.files)
+            stepSize += part.size;
+        chain << stepSize;
+    }
+    if (chain.isEmpty() || !IsFullPackageSmaller(chain, m_ctx->m_fullPackSize))
+        return;
+    emit noticed(
+        QStringLiteral("the patch chain (%1 bytes in %2 packages) is not smaller than the full package "
+                       "of %3 (%4 bytes): installing the full package")
+            .arg(std::accumulate(chain.cbegin(), chain.cend(), qint64(0)))
+            .arg(chain.size())
+            .arg(m_newest)
+            .arg(m_ctx->m_fullPackSize));
+    PlanFullPack(*m_ctx, m_ctx->m_guideManifest.m_fullPackFiles);
+    m_ctx->m_solveResult = SolveResult::FullPack;
+}
+
 // The last version of the list is the one the job verifies against and must exist; the others only
 // feed the disk space estimate, which assumes every file changed when one is missing.
 void UpdateJob::fetchManifests(QStringList versions, std::function<void()> then)
@@ -267,28 +483,47 @@ void UpdateJob::fetchManifests(QStringList versions, std::function<void()> then)
         return then();
     const QString version = versions.takeFirst();
     const bool bRequired = versions.isEmpty();
-    startStage(Stage::Server, QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName));
+    const QString name = QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName);
+    startStage(Stage::Server, name);
     const QString url = QFileUtils::CombinePath(
         QFileUtils::CombinePath(m_options.serverUrl, version), Global::Var::FullPackManifestName);
-    m_stages->fetch(url, [this, version, versions, bRequired, then](const QString& text, int code) {
-        if (code != 0) {
-            if (bRequired)
-                return fail(Stage::Server, code,
-                    QStringLiteral("cannot read the verify manifest of %1 (network error %2)")
-                        .arg(version)
-                        .arg(code));
-            emit noticed(
-                QStringLiteral("no verify manifest for %1; disk space is estimated high").arg(version));
-        }
-        const QString unsafe = firstUnsafePath(ReadFileList(text));
-        if (!unsafe.isEmpty())
-            return fail(Stage::Plan, 0,
-                QStringLiteral("the verify manifest of %1 names a path outside the game folder: %2")
-                    .arg(version, unsafe),
-                unsafe);
-        m_manifests.insert(version, text);
-        fetchManifests(versions, then);
-    });
+    m_stages->fetch(url, DocumentCaps::FileListBytes,
+        [this, version, name, versions, bRequired, then](const QString& text, int code) {
+            if (bRequired && documentTooLarge(code, name, DocumentCaps::FileListBytes))
+                return;
+            if (code != 0) {
+                if (bRequired)
+                    return fail(Stage::Server, code,
+                        QStringLiteral("cannot read the verify manifest of %1 (network error %2)")
+                            .arg(version)
+                            .arg(code));
+                emit noticed(
+                    QStringLiteral("no verify manifest for %1; disk space is estimated high").arg(version));
+            }
+            if (code == 0
+                && !admit(QStringLiteral("%1/%2").arg(version, Global::Var::FullPackManifestName), text))
+                return;
+            // Checked before anything is verified or deleted: a broken list would pass missing files and
+            // send every unlisted pak to the clean-up.
+            const QString fault = code == 0 ? FileListFault(text) : QString();
+            if (!fault.isEmpty() && bRequired)
+                return fail(Stage::Plan, 0,
+                    ShownText(QStringLiteral("the server's %1 is unusable: %2").arg(name, fault)));
+            if (!fault.isEmpty()) {
+                emit noticed(ShownText(
+                    QStringLiteral("%1 is unusable (%2); disk space is estimated high").arg(name, fault)));
+                m_manifests.insert(version, QString());
+                return fetchManifests(versions, then);
+            }
+            const QString unsafe = firstUnsafePath(ReadFileList(text));
+            if (!unsafe.isEmpty())
+                return fail(Stage::Plan, 0,
+                    QStringLiteral("the verify manifest of %1 names a path outside the game folder: %2")
+                        .arg(version, unsafe),
+                    unsafe);
+            m_manifests.insert(version, text);
+            fetchManifests(versions, then);
+        });
 }
 
 void UpdateJob::planSteps()
@@ -335,14 +570,24 @@ void UpdateJob::planSteps()
     setting.bPatchFinished = false;
     setting.currentStage = constant(m_bFullInstall ? Const::InitStage : Const::PatchStage);
     setting.transitionGameVersion = m_bFullInstall ? QString() : setting.currentGameVersion;
-    saveSettings();
+    // From here on the game folder may change; until the last verification passes, a later run
+    // verifies before it says "up to date".
+    m_pending = PendingWork::Verify;
+    if (!saveSettings())
+        return;
+    FolderSwap::RemoveLeftovers(setting.gamePath);
     m_stepIndex = 0;
-    runStep();
+    moveTo(State::Step);
 }
 
-void UpdateJob::startRepairJob(bool bRepair)
+void UpdateJob::startRepairJob()
 {
-    m_bRepairRunning = true;
+    const bool bRepair = m_options.command == Command::Repair;
+    if (bRepair && !m_options.bDryRun) {
+        m_pending = PendingWork::Verify;
+        if (!saveSettings())
+            return;
+    }
     const QString version = m_ctx->m_updateSetting.currentGameVersion;
     m_repair->start(m_manifests.value(version), version, bRepair, m_options.bDryRun);
 }
@@ -351,8 +596,6 @@ void UpdateJob::startRepairJob(bool bRepair)
 
 void UpdateJob::runStep()
 {
-    if (leaveIfInterrupted())
-        return;
     const PlanStep& step = m_plan.at(m_stepIndex);
     if (m_bFullInstall)
         m_stages->setStep(0, 0);
@@ -370,13 +613,26 @@ void UpdateJob::runStep()
         DiskSpace::VolumeOf(m_ctx->m_updateSetting.gamePath));
     if (!shortage.isEmpty())
         return fail(Stage::Space, 0, shortage);
-    downloadPackage();
+    pruneCache();
+    moveTo(State::Download);
+}
+
+// Packages of steps that are recorded, or of a plan a stopped run made, serve nothing any more; the
+// partial files of the step about to be downloaded are kept for resumption.
+void UpdateJob::pruneCache()
+{
+    QSet<QString> kept;
+    for (const DownloadFileInfo& file : m_ctx->m_downloadFileList)
+        kept.insert(QDir::cleanPath(file.localPath));
+    const QDir cache(m_ctx->m_updateSetting.cachePath);
+    for (const QFileInfo& entry : cache.entryInfoList(QDir::Files | QDir::Hidden | QDir::System)) {
+        if (!kept.contains(QDir::cleanPath(entry.absoluteFilePath())))
+            QFile::remove(entry.absoluteFilePath());
+    }
 }
 
 void UpdateJob::downloadPackage()
 {
-    if (leaveIfInterrupted())
-        return;
     QStringList names;
     qint64 present = 0;
     for (const DownloadFileInfo& file : m_ctx->m_downloadFileList) {
@@ -388,22 +644,19 @@ void UpdateJob::downloadPackage()
     if (present > 0)
         detail += QStringLiteral(", resuming after %1").arg(QtUtil::FormatSize(present));
     startStage(Stage::Download, detail);
-    m_bDownloading = true;
     m_stages->download(Stage::Download, [this, present](const DownloadCallbackInfo& info) {
-        m_bDownloading = false;
         if (info.bError)
             return fail(Stage::Download, info.errorCode, info.errorMsg);
         m_summary.downloadedBytes += qMax<qint64>(0, info.totalBytes - present);
-        verifyPackage();
+        Boundary::Pass("downloaded");
+        moveTo(State::VerifyPackage);
     });
 }
 
 void UpdateJob::verifyPackage()
 {
-    if (leaveIfInterrupted())
-        return;
     m_ctx->m_bVerifyZip = true;
-    m_ctx->m_updateType = 0;
+    m_ctx->m_updateType = UpdateType::Update;
     m_ctx->m_archiveFileList.clear();
     m_ctx->m_archiveMd5List.clear();
     for (const DownloadFileInfo& file : m_ctx->m_downloadFileList) {
@@ -411,29 +664,46 @@ void UpdateJob::verifyPackage()
         m_ctx->m_archiveMd5List << file.md5;
     }
     startStage(Stage::VerifyPackage, firstDownload().name);
+    // The signed digests are computed beside the MD5 check, while the parts are read anyway.
+    m_trust->checkPackages(m_options.serverUrl, m_ctx->m_downloadFileList);
     m_stages->verify(Stage::VerifyPackage, downloadListBytes(), [this](const VerifyCallbackInfo& info) {
-        if (!info.bError)
-            return unpackPackage();
-        if (m_bPackageFetchedAgain)
-            return fail(Stage::VerifyPackage, 0,
-                QStringLiteral("%1 still differs from the server's manifest after a second download")
-                    .arg(firstDownload().name));
-        // The verifier has deleted the archive that failed; the download fetches it whole again.
-        m_bPackageFetchedAgain = true;
-        emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(firstDownload().name));
-        downloadPackage();
+        const bool bMd5Failed = info.bError;
+        m_trust->whenPackagesChecked(
+            [this, bMd5Failed](const PackageCheck& check) { onPackageChecked(bMd5Failed, check); });
     });
+}
+
+void UpdateJob::onPackageChecked(bool bMd5Failed, const PackageCheck& check)
+{
+    if (!bMd5Failed && check.text.isEmpty()) {
+        Boundary::Pass("package-verified");
+        return moveTo(State::Unpack);
+    }
+    // The verifier deleted the archives that failed its check, unless the signed check was reading
+    // them at that moment (Windows refuses to delete an open file); a part that fails only the signed
+    // check is deleted here, so the download fetches it whole again.
+    for (const QString& path : check.failedPaths)
+        QFileUtils::DeleteFileOrFolder(path);
+    if (m_bPackageFetchedAgain) {
+        if (!check.text.isEmpty())
+            return fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(check.text));
+        return fail(Stage::VerifyPackage, 0,
+            QStringLiteral("%1 still differs from the server's manifest after a second download")
+                .arg(firstDownload().name));
+    }
+    m_bPackageFetchedAgain = true;
+    emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(firstDownload().name));
+    moveTo(State::Download);
 }
 
 void UpdateJob::unpackPackage()
 {
-    if (leaveIfInterrupted())
-        return;
     const UpdateSetting& setting = m_ctx->m_updateSetting;
     // A multi-part archive is unpacked from its first part; 7-Zip finds the others beside it.
     m_ctx->m_unZipFileList = QStringList { firstDownload().localPath };
-    m_ctx->m_unZipFolder = m_bFullInstall ? setting.gamePath : setting.unZipPath;
-    m_ctx->m_updateType = 0;
+    // A full package goes beside the game, on its volume, and replaces it only once it is complete.
+    m_ctx->m_unZipFolder = m_bFullInstall ? FolderSwap::StagingFolder(setting.gamePath) : setting.unZipPath;
+    m_ctx->m_updateType = UpdateType::Update;
     startStage(Stage::Unpack, QStringLiteral("%1 into %2").arg(firstDownload().name, m_ctx->m_unZipFolder));
     m_stages->unpack(
         m_bFullInstall ? m_plan.at(m_stepIndex).gameBytes : -1, [this](const UnZipCallbackInfo& info) {
@@ -443,12 +713,28 @@ void UpdateJob::unpackPackage()
                         .arg(firstDownload().name)
                         .arg(info.code)
                         .arg(info.errStr));
+            Boundary::Pass("unpacked");
             if (!m_bFullInstall)
-                return checkPatchInfo();
-            recordStep();
-            removeStepFiles();
-            verifyGame();
+                return moveTo(State::CheckPatch);
+            moveTo(State::Swap);
         });
+}
+
+void UpdateJob::swapIn()
+{
+    const QString game = m_ctx->m_updateSetting.gamePath;
+    m_pending = PendingWork::Swap;
+    if (!saveSettings())
+        return;
+    startStage(Stage::Swap, game);
+    const QString error = FolderSwap::Finish(game);
+    if (!error.isEmpty())
+        return fail(Stage::Swap, 0, error, game);
+    if (!recordStep())
+        return;
+    FolderSwap::RemoveLeftovers(game);
+    removeStepFiles();
+    moveTo(State::VerifyGame);
 }
 
 void UpdateJob::checkPatchInfo()
@@ -464,27 +750,22 @@ void UpdateJob::checkPatchInfo()
                     .arg(firstDownload().name, unsafe),
                 unsafe);
     }
-    checkInUse();
+    moveTo(State::CheckInUse);
 }
 
 void UpdateJob::checkInUse()
 {
-    if (leaveIfInterrupted())
-        return;
-    m_ctx->m_checkPath = m_ctx->m_updateSetting.gamePath;
-    startStage(Stage::Check, m_ctx->m_checkPath);
-    m_stages->check([this](const CheckCallbackInfo& info) {
-        if (info.bError)
-            return fail(Stage::Check, 0, QStringLiteral("a game file is in use: %1").arg(info.errorPath),
-                info.errorPath);
-        merge();
+    startStage(Stage::Check, m_ctx->m_updateSetting.gamePath);
+    m_stages->checkNotInUse(m_ctx->m_updateSetting.gamePath, [this](const QString& busyPath) {
+        if (!busyPath.isEmpty())
+            return fail(JobFailure::InUse(busyPath));
+        Boundary::Pass("checked");
+        moveTo(State::Merge);
     });
 }
 
 void UpdateJob::merge()
 {
-    if (leaveIfInterrupted())
-        return;
     const UpdateSetting& setting = m_ctx->m_updateSetting;
     m_ctx->m_patchFolder = setting.unZipPath;
     m_ctx->m_mergeTargetPath = setting.gamePath;
@@ -492,18 +773,23 @@ void UpdateJob::merge()
     m_ctx->m_bSkipDiffMerge = false;
     startStage(Stage::Merge, stepName(m_stepIndex));
     m_stages->applyPatch(Stage::Merge, [this](const PatcherCallbackInfo& info) {
-        if (info.bError)
-            return fail(Stage::Merge, 0, info.errorString);
-        recordStep();
+        if (info.bError) {
+            const UpdateSetting& setting = m_ctx->m_updateSetting;
+            return fail(JobFailure::Copy(
+                Stage::Merge, info.errorString, { setting.gamePath, setting.tempMergePath }));
+        }
+        Boundary::Pass("merged");
+        if (!recordStep())
+            return;
         removeStepFiles();
         if (++m_stepIndex < m_plan.size())
-            return runStep();
-        verifyGame();
+            return moveTo(State::Step);
+        moveTo(State::VerifyGame);
     });
 }
 
 // The version reached is recorded after every step, so a run that stops later goes on from there.
-void UpdateJob::recordStep()
+bool UpdateJob::recordStep()
 {
     UpdateSetting& setting = m_ctx->m_updateSetting;
     const bool bLast = m_stepIndex + 1 == m_plan.size();
@@ -511,7 +797,13 @@ void UpdateJob::recordStep()
     setting.transitionGameVersion = bLast ? QString() : setting.currentGameVersion;
     setting.currentStage = constant(bLast ? Const::InitStage : Const::PatchStage);
     setting.bPatchFinished = bLast;
-    saveSettings();
+    m_pending = PendingWork::Verify;
+    if (!saveSettings())
+        return false;
+    m_settled = setting;
+    m_settledPending = m_pending;
+    Boundary::Pass("step-recorded");
+    return true;
 }
 
 void UpdateJob::removeStepFiles()
@@ -524,19 +816,22 @@ void UpdateJob::removeStepFiles()
 
 void UpdateJob::verifyGame()
 {
-    if (leaveIfInterrupted())
-        return;
-    m_bRepairRunning = true;
+    Boundary::Pass("verifying");
     m_repair->start(m_manifests.value(m_newest), m_newest, true, false);
 }
 
 void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& repaired, qint64 downloaded)
 {
-    m_bRepairRunning = false;
     m_summary.downloadedBytes += downloaded;
     m_summary.repairedFiles = repaired;
     if (result.bFailed || result.bInterrupted)
         return finish(result);
+    // Every file is as published: nothing is left for a later run. A dry run changed nothing.
+    if (m_pending == PendingWork::Verify && !m_options.bDryRun) {
+        m_pending = PendingWork::None;
+        if (!saveSettings())
+            return;
+    }
     const QString version = m_summary.version;
     const QString repairs = repaired.isEmpty()
         ? QString()
@@ -557,6 +852,9 @@ void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& r
     case Command::Update:
         break;
     }
+    if (m_plan.isEmpty())
+        return succeed(Outcome::Updated,
+            QStringLiteral("version %1 verified after an interrupted run%2").arg(version, repairs));
     if (m_bFullInstall)
         return succeed(Outcome::Installed, QStringLiteral("installed version %1%2").arg(version, repairs));
     succeed(Outcome::Updated,
@@ -591,11 +889,25 @@ bool UpdateJob::leaveIfInterrupted()
 
 void UpdateJob::fail(Stage stage, int code, const QString& text, const QString& path)
 {
-    finish(StageResult { stage, true, false, code, text, path });
+    fail(StageResult { stage, true, false, code, text, path });
+}
+
+void UpdateJob::fail(const StageResult& result)
+{
+    // A plan made from documents that a later check found untrusted is no plan to resume: the
+    // settings go back to what the last finished step left.
+    if (result.stage == Stage::Trust && !m_options.bDryRun && m_state != State::Finished) {
+        m_ctx->m_updateSetting = m_settled;
+        m_pending = m_settledPending;
+        saveSettings();
+    }
+    finish(result);
 }
 
 void UpdateJob::succeed(Outcome outcome, const QString& message)
 {
+    if (!m_options.bDryRun)
+        m_trust->recordSuccess();
     m_summary.outcome = outcome;
     m_summary.message = message;
     StageResult result;
@@ -605,10 +917,9 @@ void UpdateJob::succeed(Outcome outcome, const QString& message)
 
 void UpdateJob::finish(const StageResult& result)
 {
-    if (m_bFinished)
+    if (m_state == State::Finished)
         return;
-    m_bFinished = true;
-    m_bDownloading = false;
+    m_state = State::Finished;
     if (result.bFailed || result.bInterrupted)
         m_summary.outcome = Outcome::Failed;
     emit finished(result, m_summary);

@@ -1,5 +1,4 @@
-// The one-shot fetches of the manager: texts (with retries and an optional wait), images, headers.
-#include "download/DownloaderManager.h"
+#include "download/ContentFetcher.h"
 
 #include "core/ErrorCode.h"
 #include "core/Timing.h"
@@ -24,9 +23,26 @@
 
 namespace {
 
-// Length of the longest prefix of data that ends on a whole UTF-8 sequence, so that a character
-// split between two network reads is decoded once both halves are there.
-int completeUtf8Length(const QByteArray& data)
+// The read-ahead of a capped fetch: enough for a small document at once, little for a large one.
+constexpr qint64 kMinReadBuffer = 64 * 1024;
+constexpr qint64 kMaxReadBuffer = 1024 * 1024;
+
+QString networkErrorName(int error)
+{
+    const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error);
+    return name ? QString::fromLatin1(name) : QString::number(error);
+}
+
+} // namespace
+
+ContentFetcher::ContentFetcher(QNetworkAccessManager* network, int maxRetries, QObject* parent)
+    : QObject(parent)
+    , m_network(network)
+    , m_maxRetries(maxRetries)
+{ }
+
+// A character split between two network reads is decoded once both halves are there.
+int ContentFetcher::CompleteUtf8Length(const QByteArray& data)
 {
     const int size = data.size();
     for (int back = 1; back <= qMin(3, size); ++back) {
@@ -42,15 +58,7 @@ int completeUtf8Length(const QByteArray& data)
     return size;
 }
 
-QString networkErrorName(int error)
-{
-    const char* name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error);
-    return name ? QString::fromLatin1(name) : QString::number(error);
-}
-
-} // namespace
-
-QString DownloaderManager::WithTimestamp(const QString& url)
+QString ContentFetcher::WithTimestamp(const QString& url)
 {
     const uint seconds = static_cast<uint>(QDateTime::currentSecsSinceEpoch());
     const QString pattern = url.contains(QLatin1Char('?')) ? QStringLiteral("%1&timestamp=%2")
@@ -59,7 +67,7 @@ QString DownloaderManager::WithTimestamp(const QString& url)
     return pattern.arg(url, QString::number(seconds));
 }
 
-QNetworkRequest DownloaderManager::FetchRequest(const QUrl& url) const
+QNetworkRequest ContentFetcher::FetchRequest(const QUrl& url) const
 {
     QNetworkRequest request(url);
     // Redirects are followed, but never from https to http.
@@ -75,7 +83,7 @@ QNetworkRequest DownloaderManager::FetchRequest(const QUrl& url) const
     return request;
 }
 
-void DownloaderManager::ClearContentVector()
+void ContentFetcher::ClearContentVector()
 {
     for (const ContentRequest& slot : qAsConst(m_contentList)) {
         if (slot.bUsed)
@@ -84,8 +92,8 @@ void DownloaderManager::ClearContentVector()
     m_contentList.clear();
 }
 
-void DownloaderManager::GetContentByUrl(
-    QString url, std::function<void(const QString&, int)> callback, const QString& postData, bool sync)
+void ContentFetcher::GetContentByUrl(QString url, std::function<void(const QString&, int)> callback,
+    const QString& postData, bool sync, qint64 maxBytes)
 {
     qDebug() << "url " << url;
     ClearContentVector();
@@ -101,6 +109,7 @@ void DownloaderManager::GetContentByUrl(
     slot.timer->setSingleShot(true);
     slot.bUsed = true;
     slot.bSync = sync;
+    slot.maxBytes = maxBytes;
     const int index = slot.index;
     connect(slot.timer, &QTimer::timeout, this, [this, index] { ContentAttemptTimedOut(index); });
     m_contentList.append(slot);
@@ -108,7 +117,7 @@ void DownloaderManager::GetContentByUrl(
     PrivateGetContentByUrl(index);
 }
 
-void DownloaderManager::PrivateGetContentByUrl(int index)
+void ContentFetcher::PrivateGetContentByUrl(int index)
 {
     ResetAccessible();
     // Slots are reached by index only: a nested event loop may grow the list under our feet.
@@ -126,17 +135,31 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
         const bool isJson = !QJsonDocument::fromJson(body).isNull();
         request.setHeader(QNetworkRequest::ContentTypeHeader,
             isJson ? QByteArray("application/json") : QByteArray("application/x-www-form-urlencoded"));
-        reply = m_networkManager->post(request, body);
+        reply = m_network->post(request, body);
     } else {
-        reply = m_networkManager->get(request);
+        reply = m_network->get(request);
     }
     slot.reply = reply;
+    // Without a limit the network layer reads ahead of the event loop without end: a capped document
+    // would be held whole, however large, before the cap is seen.
+    if (slot.maxBytes >= 0)
+        reply->setReadBufferSize(qBound<qint64>(kMinReadBuffer, slot.maxBytes, kMaxReadBuffer));
     slot.timer->start(Morvantix::Timing::fetchAttemptMs());
     slot.bTimeout = false;
 
+    connect(reply, &QNetworkReply::metaDataChanged, this, [this, index, reply] {
+        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (length.isValid() && IsOverContentCap(index, length.toLongLong()))
+            RefuseOversizedContent(index);
+    });
     connect(reply, &QNetworkReply::readyRead, this, [this, index, reply] {
         const QByteArray pending = reply->peek(reply->bytesAvailable());
-        m_contentList[index].content += QString::fromUtf8(reply->read(completeUtf8Length(pending)));
+        const QByteArray whole = reply->read(CompleteUtf8Length(pending));
+        ContentRequest& slot = m_contentList[index];
+        slot.receivedBytes += whole.size();
+        if (IsOverContentCap(index, slot.receivedBytes))
+            return RefuseOversizedContent(index);
+        slot.content += QString::fromUtf8(whole);
     });
     connect(reply, &QNetworkReply::finished, this, [this, index] { ContentAttemptFinished(index); });
     if (!slot.bSync)
@@ -148,7 +171,7 @@ void DownloaderManager::PrivateGetContentByUrl(int index)
     loop->exec();
 }
 
-void DownloaderManager::ContentAttemptTimedOut(int index)
+void ContentFetcher::ContentAttemptTimedOut(int index)
 {
     qDebug() << QStringLiteral("the %1 timer is timeout!").arg(index);
     if (index >= m_contentList.size())
@@ -164,13 +187,39 @@ void DownloaderManager::ContentAttemptTimedOut(int index)
         index, QNetworkReply::OperationCanceledError, QStringLiteral("Operation canceled"), QString());
 }
 
-void DownloaderManager::ContentAttemptFinished(int index)
+bool ContentFetcher::IsOverContentCap(int index, qint64 bytes) const
+{
+    const ContentRequest& slot = m_contentList.at(index);
+    return slot.maxBytes >= 0 && bytes > slot.maxBytes;
+}
+
+void ContentFetcher::RefuseOversizedContent(int index)
+{
+    ContentRequest& slot = m_contentList[index];
+    if (!slot.reply)
+        return;
+    Logger::LogInfo(QStringLiteral("Downloader"),
+        QStringLiteral("content from %1 is larger than %2 bytes; stopped")
+            .arg(slot.url.toString())
+            .arg(slot.maxBytes));
+    slot.ReleaseReply();
+    slot.content.clear();
+    // Asking again would fetch the same oversized document.
+    slot.retryCount = m_maxRetries + 1;
+    CompleteContentAttempt(index, Morvantix::ContentTooLarge, QStringLiteral("content too large"), QString());
+}
+
+void ContentFetcher::ContentAttemptFinished(int index)
 {
     ContentRequest& slot = m_contentList[index];
     QNetworkReply* reply = slot.reply;
     if (!reply)
         return;
-    slot.content += QString::fromUtf8(reply->readAll());
+    const QByteArray rest = reply->readAll();
+    slot.receivedBytes += rest.size();
+    if (IsOverContentCap(index, slot.receivedBytes))
+        return RefuseOversizedContent(index);
+    slot.content += QString::fromUtf8(rest);
     const int error = reply->error();
     const QString errorString = reply->errorString();
     const QList<QNetworkReply::RawHeaderPair> headers = reply->rawHeaderPairs();
@@ -182,7 +231,7 @@ void DownloaderManager::ContentAttemptFinished(int index)
     CompleteContentAttempt(index, error, errorString, firstHeader);
 }
 
-void DownloaderManager::QuitContentLoop(int index)
+void ContentFetcher::QuitContentLoop(int index)
 {
     ContentRequest& slot = m_contentList[index];
     if (!slot.eventLoop)
@@ -191,7 +240,7 @@ void DownloaderManager::QuitContentLoop(int index)
     slot.eventLoop.reset();
 }
 
-void DownloaderManager::CompleteContentAttempt(
+void ContentFetcher::CompleteContentAttempt(
     int index, int error, const QString& errorString, const QString& firstHeader)
 {
     ContentRequest& slot = m_contentList[index];
@@ -200,7 +249,7 @@ void DownloaderManager::CompleteContentAttempt(
     QuitContentLoop(index);
     qDebug() << "error" << networkErrorName(error) << errorString;
 
-    if (error != QNetworkReply::NoError && slot.retryCount <= m_maxTimeoutRetry) {
+    if (error != QNetworkReply::NoError && slot.retryCount <= m_maxRetries) {
         qDebug() << "request url " << slot.url << "error timecount" << slot.retryCount;
         ++slot.retryCount;
         slot.content.clear();
@@ -224,15 +273,15 @@ void DownloaderManager::CompleteContentAttempt(
     callback(QStringLiteral(""), timedOut ? Morvantix::ContentTimeout : error);
 }
 
-void DownloaderManager::GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback)
+void ContentFetcher::GetImageByUrl(QString url, std::function<void(const char* data, int size)> callback)
 {
-    const QPointer<DownloaderManager> self(this);
+    const QPointer<ContentFetcher> self(this);
     QTimer::singleShot(0, QCoreApplication::instance(), [self, url, callback = std::move(callback)] {
         if (!self)
             return;
         Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("image url is %1").arg(url));
         QNetworkReply* reply
-            = self->m_networkManager->get(self->FetchRequest(QUrl::fromUserInput(WithTimestamp(url))));
+            = self->m_network->get(self->FetchRequest(QUrl::fromUserInput(WithTimestamp(url))));
         QObject::connect(reply, &QNetworkReply::finished, self, [reply, callback] {
             reply->deleteLater();
             if (reply->error() != QNetworkReply::NoError)
@@ -244,7 +293,7 @@ void DownloaderManager::GetImageByUrl(QString url, std::function<void(const char
     });
 }
 
-void DownloaderManager::GetHeaderByUrl(
+void ContentFetcher::GetHeaderByUrl(
     QString url, const QSet<QString>& keys, std::function<void(const QMap<QString, QString>&)> callback)
 {
     // Never answered: callers must not wait for the callback.
@@ -252,4 +301,15 @@ void DownloaderManager::GetHeaderByUrl(
     Q_UNUSED(keys);
     Q_UNUSED(callback);
     ResetAccessible();
+}
+
+void ContentFetcher::ResetAccessible()
+{
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED
+    if (m_network->networkAccessible() == QNetworkAccessManager::NotAccessible) {
+        Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("ResetAccessible"));
+        m_network->setNetworkAccessible(QNetworkAccessManager::Accessible);
+    }
+    QT_WARNING_POP
 }

@@ -1,0 +1,283 @@
+#include "ByteFile.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <zlib.h>
+
+#ifdef _WIN32
+#include <io.h>
+#include <process.h>
+#include <sys/stat.h>
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace Delta {
+
+namespace {
+
+#ifdef _WIN32
+std::wstring wide(const std::string& utf8)
+{
+    const int n = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), int(utf8.size()), nullptr, 0);
+    std::wstring out(std::size_t(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), int(utf8.size()), &out[0], n);
+    return out;
+}
+
+std::FILE* openFile(const std::string& path, const char* mode)
+{
+    return _wfopen(wide(path).c_str(), mode[0] == 'r' ? L"rb" : L"wb");
+}
+
+int seekTo(std::FILE* file, std::uint64_t offset)
+{
+    return _fseeki64(file, static_cast<__int64>(offset), SEEK_SET);
+}
+
+std::uint64_t sizeOf(std::FILE* file)
+{
+    struct _stat64 info;
+    return _fstat64(_fileno(file), &info) == 0 ? std::uint64_t(info.st_size) : 0;
+}
+#else
+std::FILE* openFile(const std::string& path, const char* mode)
+{
+    return std::fopen(path.c_str(), mode[0] == 'r' ? "rbe" : "wbe");
+}
+
+int seekTo(std::FILE* file, std::uint64_t offset)
+{
+    return fseeko(file, static_cast<off_t>(offset), SEEK_SET);
+}
+
+std::uint64_t sizeOf(std::FILE* file)
+{
+    struct stat info;
+    return fstat(fileno(file), &info) == 0 ? std::uint64_t(info.st_size) : 0;
+}
+#endif
+
+// A file without a name in the folder of path, or null where the system or file system has none.
+std::FILE* openUnnamedBeside(const std::string& path)
+{
+#ifdef O_TMPFILE
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const int fd = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return nullptr;
+    std::FILE* file = fdopen(fd, "wb");
+    if (!file)
+        ::close(fd);
+    return file;
+#else
+    (void)path;
+    return nullptr;
+#endif
+}
+
+} // namespace
+
+ByteFile::~ByteFile()
+{
+    close();
+}
+
+Result ByteFile::ErrnoFailure(const std::string& what, int error, Status otherwise)
+{
+    const Status status = error == ENOSPC ? Status::DiskFull
+        : error == ENOMEM                 ? Status::OutOfMemory
+                                          : otherwise;
+    return Result::Failure(status, what + ": " + std::strerror(error));
+}
+
+Result ByteFile::open(const std::string& path, Mode mode)
+{
+    close();
+    m_path = path;
+    m_position = 0;
+    errno = 0;
+    m_unnamed = false;
+    if (mode == Mode::WriteUnnamed) {
+        m_file = openUnnamedBeside(path);
+        m_unnamed = m_file != nullptr;
+    }
+    if (!m_file)
+        m_file = openFile(path, mode == Mode::Read ? "r" : "w");
+    if (!m_file)
+        return ErrnoFailure("cannot open " + path, errno ? errno : EIO,
+            mode == Mode::Read ? Status::ReadFailed : Status::WriteFailed);
+    m_size = mode == Mode::Read ? sizeOf(m_file) : 0;
+    return {};
+}
+
+void ByteFile::close()
+{
+    if (m_file)
+        std::fclose(m_file);
+    m_file = nullptr;
+}
+
+Result ByteFile::seek(std::uint64_t offset)
+{
+    if (offset != m_position && seekTo(m_file, offset) != 0)
+        return ErrnoFailure("cannot seek in " + m_path, errno, Status::ReadFailed);
+    m_position = offset;
+    return {};
+}
+
+Result ByteFile::readAt(std::uint64_t offset, void* data, std::size_t n)
+{
+    const Result moved = seek(offset);
+    return moved.ok() ? read(data, n) : moved;
+}
+
+Result ByteFile::read(void* data, std::size_t n)
+{
+    const std::size_t got = std::fread(data, 1, n, m_file);
+    m_position += got;
+    if (got == n)
+        return {};
+    if (std::ferror(m_file))
+        return ErrnoFailure("cannot read " + m_path, errno, Status::ReadFailed);
+    return Result::Failure(Status::ReadFailed, m_path + " ends early");
+}
+
+Result ByteFile::addToChecksum(
+    std::uint64_t n, unsigned char* buffer, std::size_t bufferSize, std::uint32_t& crc)
+{
+    uLong sum = crc;
+    while (n > 0) {
+        const std::size_t piece = std::size_t(std::min<std::uint64_t>(n, bufferSize));
+        const Result got = read(buffer, piece);
+        if (!got.ok())
+            return got;
+        sum = crc32(sum, buffer, uInt(piece));
+        n -= piece;
+    }
+    crc = std::uint32_t(sum);
+    return {};
+}
+
+Result ByteFile::write(const void* data, std::size_t n)
+{
+    if (std::fwrite(data, 1, n, m_file) != n)
+        return ErrnoFailure("cannot write " + m_path, errno, Status::WriteFailed);
+    m_position += n;
+    m_size += n;
+    return {};
+}
+
+Result ByteFile::nameIt()
+{
+#ifdef O_TMPFILE
+    if (m_unnamed) {
+        const std::string self = "/proc/self/fd/" + std::to_string(fileno(m_file));
+        if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, m_path.c_str(), AT_SYMLINK_FOLLOW) != 0)
+            return ErrnoFailure("cannot name the new file " + m_path, errno, Status::WriteFailed);
+        m_unnamed = false;
+    }
+#endif
+    return {};
+}
+
+Result ByteFile::flush()
+{
+    if (std::fflush(m_file) != 0)
+        return ErrnoFailure("cannot write " + m_path, errno, Status::WriteFailed);
+    return {};
+}
+
+Result ByteFile::sync()
+{
+    const Result flushed = flush();
+    if (!flushed.ok())
+        return flushed;
+#ifdef _WIN32
+    const int synced = _commit(_fileno(m_file));
+#else
+    const int synced = fsync(fileno(m_file));
+#endif
+    if (synced != 0)
+        return ErrnoFailure("cannot write " + m_path + " to disk", errno, Status::WriteFailed);
+    return {};
+}
+
+namespace Files {
+
+bool Exists(const std::string& path, bool* isFolder)
+{
+#ifdef _WIN32
+    const DWORD attributes = GetFileAttributesW(wide(path).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        return false;
+    if (isFolder)
+        *isFolder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+#else
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0)
+        return false;
+    if (isFolder)
+        *isFolder = S_ISDIR(info.st_mode);
+#endif
+    return true;
+}
+
+bool Replace(const std::string& from, const std::string& to)
+{
+#ifdef _WIN32
+    if (MoveFileExW(wide(from).c_str(), wide(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return true;
+    errno = GetLastError() == ERROR_DISK_FULL ? ENOSPC : EACCES;
+    return false;
+#else
+    return std::rename(from.c_str(), to.c_str()) == 0;
+#endif
+}
+
+bool Remove(const std::string& path)
+{
+#ifdef _WIN32
+    return _wremove(wide(path).c_str()) == 0;
+#else
+    return std::remove(path.c_str()) == 0;
+#endif
+}
+
+void CopyMode(const std::string& model, const std::string& path)
+{
+#ifdef _WIN32
+    (void)model;
+    (void)path;
+#else
+    struct stat info;
+    if (stat(model.c_str(), &info) == 0)
+        chmod(path.c_str(), info.st_mode & 07777);
+#endif
+}
+
+std::string TemporaryNameBeside(const std::string& path)
+{
+    static std::atomic<unsigned> counter { 0 };
+#ifdef _WIN32
+    const std::size_t slash = path.find_last_of("/\\");
+    const unsigned pid = unsigned(_getpid());
+#else
+    const std::size_t slash = path.rfind('/');
+    const unsigned pid = unsigned(getpid());
+#endif
+    const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+    // Hidden on Linux, and a name the launcher's own file lists never hold.
+    return path.substr(0, nameStart) + "." + path.substr(nameStart) + ".hpatchz-" + std::to_string(pid) + "-"
+        + std::to_string(counter++);
+}
+
+} // namespace Files
+
+} // namespace Delta

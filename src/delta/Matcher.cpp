@@ -1,0 +1,194 @@
+#include "Matcher.h"
+
+#include <algorithm>
+#include <cstring>
+#include <divsufsort.h>
+#include <new>
+
+namespace Delta {
+
+namespace {
+
+// A new match is taken once it beats what the current alignment still explains by this many bytes.
+constexpr std::int64_t kBetterBy = 8;
+
+} // namespace
+
+Matcher::Matcher(const unsigned char* old, std::int64_t oldSize, std::uint64_t oldBase)
+    : m_old(old)
+    , m_oldSize(oldSize)
+    , m_oldBase(oldBase)
+{ }
+
+Result Matcher::buildIndex()
+{
+    if (m_oldSize <= 0)
+        return {};
+    if (m_oldSize > kLargestOld)
+        return Result::Failure(Status::OutOfMemory, "an old window past 2 GiB cannot be indexed");
+    try {
+        m_suffixes.resize(std::size_t(m_oldSize));
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory for the suffix array");
+    }
+    if (divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) != 0)
+        return Result::Failure(Status::OutOfMemory, "the suffix sort failed");
+    buildBuckets();
+    return {};
+}
+
+void Matcher::buildBuckets()
+{
+    constexpr std::size_t kKeys = 1 << 16;
+    m_buckets.assign(kKeys + 1, 0);
+    for (std::int64_t at = 0; at + 1 < m_oldSize; ++at)
+        ++m_buckets[std::size_t(m_old[at]) << 8 | m_old[at + 1]];
+    // The last byte alone is a suffix too: it sorts before every suffix that continues its byte.
+    const std::size_t last = m_old[m_oldSize - 1];
+    std::int32_t start = 0;
+    for (std::size_t key = 0; key < kKeys; ++key) {
+        if (key == last << 8)
+            ++start;
+        const std::int32_t count = m_buckets[key];
+        m_buckets[key] = start;
+        start += count;
+    }
+    m_buckets[kKeys] = start;
+}
+
+std::int64_t Matcher::commonPrefix(
+    std::int64_t oldAt, const unsigned char* text, std::int64_t n, std::int64_t skip) const
+{
+    const std::int64_t limit = std::min(n, m_oldSize - oldAt);
+    const unsigned char* old = m_old + oldAt;
+    std::int64_t i = skip;
+    while (i + 8 <= limit) {
+        std::uint64_t a, b;
+        std::memcpy(&a, old + i, 8);
+        std::memcpy(&b, text + i, 8);
+        if (a != b)
+            break;
+        i += 8;
+    }
+    while (i < limit && old[i] == text[i])
+        ++i;
+    return i;
+}
+
+std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, std::int64_t& position) const
+{
+    position = 0;
+    if (n < 2)
+        return 0;
+    const std::size_t key = std::size_t(text[0]) << 8 | text[1];
+    std::int64_t low = m_buckets[key], high = std::int64_t(m_buckets[key + 1]) - 1;
+    if (high < low)
+        return 0;
+    // Every suffix between two others shares at least their common prefix with the text, so each
+    // comparison starts there.
+    std::int64_t lowLength = commonPrefix(m_suffixes[std::size_t(low)], text, n, 2);
+    std::int64_t highLength = commonPrefix(m_suffixes[std::size_t(high)], text, n, 2);
+    while (high - low > 1) {
+        const std::int64_t middle = low + (high - low) / 2;
+        const std::int64_t at = m_suffixes[std::size_t(middle)];
+        const std::int64_t length = commonPrefix(at, text, n, std::min(lowLength, highLength));
+        if (length == n) { // the whole text: nothing longer exists
+            position = at;
+            return n;
+        }
+        // A suffix that ends first sorts before the text.
+        if (at + length == m_oldSize || m_old[at + length] < text[length]) {
+            low = middle;
+            lowLength = length;
+        } else {
+            high = middle;
+            highLength = length;
+        }
+    }
+    position = lowLength >= highLength ? m_suffixes[std::size_t(low)] : m_suffixes[std::size_t(high)];
+    return std::max(lowLength, highLength);
+}
+
+Result Matcher::describe(const unsigned char* newBytes, std::int64_t newSize, DiffSink& sink) const
+{
+    if (m_oldSize <= 0)
+        return sink.add(m_oldBase, nullptr, nullptr, 0, newBytes, std::uint64_t(newSize));
+    const unsigned char* const old = m_old;
+    const std::int64_t oldSize = m_oldSize;
+    std::int64_t scan = 0, length = 0, position = 0;
+    std::int64_t lastScan = 0, lastPosition = 0, lastOffset = 0;
+    while (scan < newSize) {
+        // Walk on until an exact match beats the current alignment (old = new + lastOffset) clearly,
+        // or the alignment itself explains everything the match does.
+        std::int64_t oldScore = 0;
+        std::int64_t counted = scan += length;
+        for (; scan < newSize; ++scan) {
+            length = longestMatch(newBytes + scan, newSize - scan, position);
+            for (; counted < scan + length; ++counted) {
+                const std::int64_t at = counted + lastOffset;
+                if (at >= 0 && at < oldSize && old[at] == newBytes[counted])
+                    ++oldScore;
+            }
+            if ((length == oldScore && length != 0) || length > oldScore + kBetterBy)
+                break;
+            const std::int64_t at = scan + lastOffset;
+            if (at >= 0 && at < oldSize && old[at] == newBytes[scan])
+                --oldScore;
+        }
+        if (length == oldScore && scan != newSize)
+            continue;
+
+        // The last alignment reaches forward from lastScan as far as it agrees more than it differs;
+        // the new match reaches backward from scan the same way.
+        std::int64_t forward = 0;
+        for (std::int64_t i = 0, same = 0, best = 0; lastScan + i < scan && lastPosition + i < oldSize;) {
+            if (old[lastPosition + i] == newBytes[lastScan + i])
+                ++same;
+            ++i;
+            if (same * 2 - i > best * 2 - forward) {
+                best = same;
+                forward = i;
+            }
+        }
+        std::int64_t backward = 0;
+        if (scan < newSize) {
+            for (std::int64_t i = 1, same = 0, best = 0; scan >= lastScan + i && position >= i; ++i) {
+                if (old[position - i] == newBytes[scan - i])
+                    ++same;
+                if (same * 2 - i > best * 2 - backward) {
+                    best = same;
+                    backward = i;
+                }
+            }
+        }
+        // Where the two reaches overlap, split them where the forward one stops paying.
+        if (lastScan + forward > scan - backward) {
+            const std::int64_t overlap = (lastScan + forward) - (scan - backward);
+            std::int64_t score = 0, bestScore = 0, split = 0;
+            for (std::int64_t i = 0; i < overlap; ++i) {
+                if (newBytes[lastScan + forward - overlap + i] == old[lastPosition + forward - overlap + i])
+                    ++score;
+                if (newBytes[scan - backward + i] == old[position - backward + i])
+                    --score;
+                if (score > bestScore) {
+                    bestScore = score;
+                    split = i + 1;
+                }
+            }
+            forward += split - overlap;
+            backward -= split;
+        }
+
+        const Result added = sink.add(m_oldBase + std::uint64_t(lastPosition), old + lastPosition,
+            newBytes + lastScan, std::uint64_t(forward), newBytes + lastScan + forward,
+            std::uint64_t((scan - backward) - (lastScan + forward)));
+        if (!added.ok())
+            return added;
+        lastScan = scan - backward;
+        lastPosition = position - backward;
+        lastOffset = position - scan;
+    }
+    return {};
+}
+
+} // namespace Delta

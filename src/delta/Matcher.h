@@ -1,0 +1,45 @@
+#pragma once
+
+#include "DiffSink.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Delta {
+
+// Finds where the new bytes come from in the old bytes: a suffix array of the old bytes gives the
+// longest exact match at each place, and each match is then extended byte by byte while it still
+// agrees more than it differs, so code whose addresses moved still pairs with its old self and leaves
+// mostly zeros in the differences. Both buffers are held in memory; the caller decides how much.
+class Matcher
+{
+public:
+    // old holds the old file's bytes from oldBase on.
+    Matcher(const unsigned char* old, std::int64_t oldSize, std::uint64_t oldBase);
+
+    // Bytes of memory the index takes per old byte, besides the bytes themselves.
+    static constexpr std::uint64_t kIndexBytesPerByte = 4;
+    // The largest old window one index covers.
+    static constexpr std::int64_t kLargestOld = 0x7fffffff - 1;
+
+    Result buildIndex();
+    // Describes newBytes, which start at newBase in the new file, as records in the sink.
+    Result describe(const unsigned char* newBytes, std::int64_t newSize, DiffSink& sink) const;
+
+private:
+    std::int64_t longestMatch(const unsigned char* text, std::int64_t n, std::int64_t& position) const;
+    // Where text and the old bytes at oldAt first differ, looking from skip on.
+    std::int64_t commonPrefix(
+        std::int64_t oldAt, const unsigned char* text, std::int64_t n, std::int64_t skip) const;
+    void buildBuckets();
+
+    const unsigned char* m_old;
+    std::int64_t m_oldSize;
+    std::uint64_t m_oldBase;
+    std::vector<std::int32_t> m_suffixes;
+    // The suffixes starting with each two bytes, as the first index into m_suffixes; one entry more
+    // closes the last range.
+    std::vector<std::int32_t> m_buckets;
+};
+
+} // namespace Delta

@@ -1,0 +1,71 @@
+#include "download/TransferQueue.h"
+
+#include "download/downloader.h"
+
+void TransferQueue::Reset(const QVector<Morvantix::DownloadFileInfo>& files)
+{
+    StopRunning(TransferState::Paused);
+    m_entries.clear();
+    m_entries.reserve(files.size());
+    for (const Morvantix::DownloadFileInfo& file : files)
+        m_entries.append(Entry { file, TransferState::Waiting, {} });
+    m_nextWaiting = 0;
+}
+
+int TransferQueue::NextWaiting() const
+{
+    return m_nextWaiting < m_entries.size() ? m_nextWaiting : -1;
+}
+
+void TransferQueue::Start(int index, const QSharedPointer<downloader>& transfer)
+{
+    Q_ASSERT(index == m_nextWaiting);
+    m_entries[index].transfer = transfer;
+    MoveTo(index, TransferState::Running);
+}
+
+bool TransferQueue::Finish(const QString& localPath)
+{
+    for (int index : qAsConst(m_running)) {
+        if (m_entries.at(index).transfer->GetFilePath() == localPath) {
+            MoveTo(index, TransferState::Done);
+            return true;
+        }
+    }
+    return false;
+}
+
+void TransferQueue::StopRunning(TransferState why)
+{
+    while (!m_running.isEmpty())
+        MoveTo(m_running.last(), why);
+}
+
+QVector<QPointer<downloader>> TransferQueue::RunningTransfers() const
+{
+    QVector<QPointer<downloader>> running;
+    running.reserve(m_running.size());
+    for (int index : m_running)
+        running.append(m_entries.at(index).transfer.data());
+    return running;
+}
+
+void TransferQueue::MoveTo(int index, TransferState next)
+{
+    Entry& entry = m_entries[index];
+    if (entry.state == next)
+        return;
+    if (entry.state == TransferState::Waiting)
+        m_nextWaiting = index + 1;
+    if (next == TransferState::Running) {
+        m_running.append(index);
+    } else if (entry.state == TransferState::Running) {
+        m_running.removeOne(index);
+        // A file that stops running lets go of its transfer: the file is closed and the reply
+        // aborted now, and the object goes once the event loop is back (a transfer is often
+        // dropped from inside one of its own signals).
+        entry.transfer->Release();
+        entry.transfer.reset();
+    }
+    entry.state = next;
+}

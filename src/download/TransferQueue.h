@@ -1,0 +1,64 @@
+#pragma once
+
+#include "core/DownloadFileInfo.h"
+
+#include <QPointer>
+#include <QSharedPointer>
+#include <QVector>
+
+class downloader;
+
+// Where one file of the download list stands.
+enum class TransferState
+{
+    Waiting, // not started in this run
+    Running, // its transfer is open
+    Paused, // the job was paused; the partial file stays
+    Stalled, // nothing moved for the stall time; the job failed with it
+    Restarting, // a network failure stopped it; the whole list resumes after a delay
+    Done, // the file is complete on disk
+    Failed, // the job failed while it ran
+};
+
+// The files of one download job, in the list's order, each with its state and, while it runs, its
+// transfer. Files start strictly in list order; a state moves only through MoveTo, which also
+// closes the transfer of a file that stops running.
+class TransferQueue
+{
+public:
+    // A new run of the list: every file waits.
+    void Reset(const QVector<Morvantix::DownloadFileInfo>& files);
+
+    int RunningCount() const { return m_running.size(); }
+    bool HasWaiting() const { return NextWaiting() >= 0; }
+    // The next file to start, in list order, or -1.
+    int NextWaiting() const;
+    const Morvantix::DownloadFileInfo& File(int index) const { return m_entries.at(index).file; }
+    TransferState State(int index) const { return m_entries.at(index).state; }
+    int Size() const { return m_entries.size(); }
+
+    // The transfer takes over the waiting file at index.
+    void Start(int index, const QSharedPointer<downloader>& transfer);
+    // The first running file at this local path is complete. False when none runs there.
+    bool Finish(const QString& localPath);
+    // Every running file stops, the last started first, and moves to `why`.
+    void StopRunning(TransferState why);
+
+    // The open transfers, in the order they started.
+    QVector<QPointer<downloader>> RunningTransfers() const;
+
+private:
+    struct Entry
+    {
+        Morvantix::DownloadFileInfo file;
+        TransferState state = TransferState::Waiting;
+        QSharedPointer<downloader> transfer; // only while running
+    };
+
+    void MoveTo(int index, TransferState next);
+
+    QVector<Entry> m_entries;
+    // Kept beside the entries so that a pass or a start never walks a list of many thousand files.
+    QVector<int> m_running; // indexes of the running files, in the order they started
+    int m_nextWaiting = 0; // files before it have all started
+};

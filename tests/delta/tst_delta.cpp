@@ -1,0 +1,243 @@
+#include "TestFiles.h"
+#include "TestRegistry.h"
+
+#include "delta/Encoder.h"
+#include "delta/FilePatch.h"
+
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <zlib.h>
+
+using TestFiles::patternBytes;
+using TestFiles::readFile;
+using TestFiles::writeFile;
+
+namespace {
+
+// Compressible text that changes a little from one seed to the next, as a changelog does.
+QByteArray textOf(int lines, int seed)
+{
+    QByteArray text;
+    for (int i = 0; i < lines; ++i)
+        text += "line " + QByteArray::number(i) + ": version " + QByteArray::number(i % 97 == 0 ? seed : 1)
+            + " of the entry\n";
+    return text;
+}
+
+QByteArray gzipped(const QByteArray& data)
+{
+    z_stream zip {};
+    deflateInit2(&zip, 9, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+    QByteArray out(int(deflateBound(&zip, uLong(data.size()))) + 64, '\0');
+    zip.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+    zip.avail_in = uInt(data.size());
+    zip.next_out = reinterpret_cast<Bytef*>(out.data());
+    zip.avail_out = uInt(out.size());
+    deflate(&zip, Z_FINISH);
+    out.resize(int(zip.total_out));
+    deflateEnd(&zip);
+    return out;
+}
+
+// Code as a linker lays it out: instructions between 4-byte addresses into the same image. The
+// relinked image has a block inserted near its start, so every address after it moves by shift.
+QByteArray linkedImage(int words, quint32 shift, int seed)
+{
+    const QByteArray opcodes = patternBytes(words * 4, quint32(seed));
+    QByteArray image;
+    for (int i = 0; i < words; ++i) {
+        image += opcodes.mid(i * 4, 4);
+        quint32 target = quint32(0x400000 + (i * 37 % words) * 8) + (i > words / 10 ? shift : 0);
+        image += QByteArray(reinterpret_cast<const char*>(&target), 4);
+    }
+    if (shift > 0)
+        image.insert(words / 10 * 8, patternBytes(shift, 99));
+    return image;
+}
+
+QByteArray flipped(QByteArray data, int every)
+{
+    for (int i = every / 2; i < data.size(); i += every)
+        data[i] = char(~data[i]);
+    return data;
+}
+
+std::string native(const QString& path)
+{
+    return QFile::encodeName(path).toStdString();
+}
+
+} // namespace
+
+class TestDelta : public QObject
+{
+    Q_OBJECT
+private slots:
+    void roundTrips_data()
+    {
+        QTest::addColumn<QByteArray>("oldBytes");
+        QTest::addColumn<QByteArray>("newBytes");
+        QTest::addColumn<qint64>("budget"); // below the whole-file need: matched span by span
+        QTest::addColumn<bool>("deflate");
+        QTest::addColumn<int>("largestDiff"); // bytes, or -1: no bound
+        const QByteArray base = patternBytes(1 << 20, 1);
+        const QByteArray big = patternBytes(3 << 20, 2);
+        const qint64 plenty = qint64(2) << 30, tight = 17 << 20;
+        const QByteArray moved = base.mid(600000, 200000) + base.left(600000) + base.mid(800000);
+        QByteArray bigEdited = big;
+        for (int i = 1; i < 6; ++i)
+            bigEdited.replace(i * 500000, 4096, patternBytes(4096, quint32(i + 10)));
+        QByteArray bigShifted = big;
+        bigShifted.insert(1500000, patternBytes(30000, 5));
+        bigShifted.remove(2500000, 10000);
+
+        QTest::newRow("both empty") << QByteArray() << QByteArray() << plenty << false << -1;
+        QTest::newRow("from empty") << QByteArray() << base.left(5000) << plenty << false << -1;
+        QTest::newRow("to empty") << base.left(5000) << QByteArray() << plenty << false << 200;
+        QTest::newRow("one byte") << QByteArray("a") << QByteArray("b") << plenty << false << 200;
+        QTest::newRow("identical") << base << base << plenty << false << 200;
+        QTest::newRow("inserts") << base
+                                 << base.left(1000) + "inserted" + base.mid(1000, 500000) + "more"
+                + base.mid(500000)
+                                 << plenty << false << 400;
+        QTest::newRow("deletes") << base << base.left(3000) + base.mid(9000, 400000) + base.mid(700000)
+                                 << plenty << false << 300;
+        QTest::newRow("moved blocks") << base << moved << plenty << false << 300;
+        QTest::newRow("byte flips") << base << flipped(base, 4096) << plenty << false << 2500;
+        QTest::newRow("shifted addresses")
+            << linkedImage(100000, 0, 3) << linkedImage(100000, 64, 3) << plenty << true << 40000;
+        QTest::newRow("gzip files") << gzipped(textOf(20000, 1)) << gzipped(textOf(20000, 2)) << plenty
+                                    << false << -1;
+        QTest::newRow("streams deflated") << base << flipped(base, 1000) + "tail" << plenty << true << 8000;
+        QTest::newRow("spans, same places") << big << bigEdited << tight << false << 25000;
+        QTest::newRow("spans, shifted") << big << bigShifted << tight << false << 35000;
+        QTest::newRow("spans, new file longer") << big.left(1 << 20) << big << tight << false << -1;
+    }
+    void roundTrips()
+    {
+        QFETCH(QByteArray, oldBytes);
+        QFETCH(QByteArray, newBytes);
+        QFETCH(qint64, budget);
+        QFETCH(bool, deflate);
+        QFETCH(int, largestDiff);
+        QTemporaryDir dir;
+        QVERIFY(writeFile(dir.filePath("old"), oldBytes) && writeFile(dir.filePath("new"), newBytes));
+        Delta::EncodeOptions options;
+        options.memoryBudget = quint64(budget);
+        options.codec = deflate ? Delta::Codec::Deflate : Delta::Codec::Stored;
+        const Delta::Result encoded = Delta::Encoder(options).encode(
+            native(dir.filePath("old")), native(dir.filePath("new")), native(dir.filePath("diff")));
+        QVERIFY2(encoded.ok(), encoded.message.c_str());
+        const qint64 diffSize = QFileInfo(dir.filePath("diff")).size();
+        QVERIFY2(largestDiff < 0 || diffSize <= largestDiff, qPrintable(QString::number(diffSize)));
+        // Only the diff is left beside it.
+        QCOMPARE(
+            QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList({ "diff", "new", "old" }));
+
+        // Applied by the patch program in place, as the merge stage runs it.
+        QProcess tool;
+        tool.start(CORE_TOOL_DIR "/hpatchz",
+            { dir.filePath("old"), dir.filePath("diff"), dir.filePath("old"), "-f", "-s-1m",
+                "-C-old-new-diff" });
+        QVERIFY(tool.waitForFinished(60000));
+        QVERIFY2(tool.exitCode() == 0, tool.readAllStandardError().constData());
+        QVERIFY(readFile(dir.filePath("old")) == newBytes);
+    }
+
+    void refusesBadInput_data()
+    {
+        QTest::addColumn<QString>("damage");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("another old file") << "other old" << 3 << "is not the file the diff was made from";
+        QTest::newRow("old file of another size") << "short old" << 3 << "the diff was made from a file of";
+        QTest::newRow("truncated diff") << "truncate" << 4 << "truncated";
+        QTest::newRow("flipped byte in a stream") << "flip" << 4 << "checksum";
+        QTest::newRow("no diff at all") << "garbage" << 4 << "is no diff";
+        QTest::newRow("later format") << "version" << 5 << "format version 2";
+        QTest::newRow("out exists without -f") << "no force" << 1 << "-f overwrites it";
+        QTest::newRow("folder") << "folder" << 1 << "folder diffs are not supported";
+    }
+    void refusesBadInput()
+    {
+        QFETCH(QString, damage);
+        QFETCH(int, exitCode);
+        QFETCH(QString, message);
+        QTemporaryDir dir;
+        const QByteArray oldBytes = patternBytes(300000, 1);
+        const QByteArray newBytes = flipped(oldBytes, 5000) + "tail";
+        QVERIFY(writeFile(dir.filePath("old"), oldBytes) && writeFile(dir.filePath("new"), newBytes));
+        QVERIFY(Delta::Encoder({})
+                    .encode(native(dir.filePath("old")), native(dir.filePath("new")),
+                        native(dir.filePath("diff")))
+                    .ok());
+        QByteArray diff = readFile(dir.filePath("diff"));
+        if (damage == "truncate")
+            diff.chop(3);
+        if (damage == "flip")
+            diff[diff.size() - 10] = char(diff[diff.size() - 10] ^ 1);
+        if (damage == "garbage")
+            diff = QByteArray("\xd6\xc3\xc4\x00garbage", 11).repeated(20);
+        if (damage == "version")
+            diff[8] = 2;
+        QVERIFY(writeFile(dir.filePath("diff"), diff));
+        if (damage == "other old")
+            QVERIFY(writeFile(dir.filePath("old"), patternBytes(300000, 2)));
+        if (damage == "short old")
+            QVERIFY(writeFile(dir.filePath("old"), oldBytes.left(1000)));
+        const QString oldPath = damage == "folder" ? dir.path() : dir.filePath("old");
+        const QMap<QString, QString> before = TestFiles::md5Tree(dir.path());
+
+        QProcess tool;
+        QStringList arguments { oldPath, dir.filePath("diff"), dir.filePath("old"), "-s-1m",
+            "-C-old-new-diff" };
+        if (damage != "no force")
+            arguments << "-f";
+        tool.start(CORE_TOOL_DIR "/hpatchz", arguments);
+        QVERIFY(tool.waitForFinished(30000));
+        const QString errors = QString::fromLocal8Bit(tool.readAllStandardError());
+        QVERIFY2(tool.exitCode() == exitCode && errors.contains(message), qPrintable(errors));
+        // Nothing written: the old file as it was, no temporary file left.
+        QCOMPARE(TestFiles::md5Tree(dir.path()), before);
+    }
+
+    // The Windows program, cross-built from the same sources, under Wine: a diff made here applied in
+    // place.
+    void windowsProgramAppliesInPlace()
+    {
+#ifndef CORE_WINDOWS_HPATCHZ
+        QSKIP("hpatchz.exe is not built here (no MinGW-w64 cross compiler)");
+#else
+        const QString wine = QStringLiteral("/usr/lib/wine/wine64");
+        if (!QFileInfo(wine).isExecutable())
+            QSKIP("Wine is missing (Debian's wine64): hpatchz.exe not run");
+        QTemporaryDir dir;
+        const QByteArray oldBytes = linkedImage(200000, 0, 7);
+        const QByteArray newBytes = linkedImage(200000, 48, 7);
+        QVERIFY(writeFile(dir.filePath("game/a.pak"), oldBytes) && writeFile(dir.filePath("new"), newBytes));
+        QVERIFY(Delta::Encoder({})
+                    .encode(native(dir.filePath("game/a.pak")), native(dir.filePath("new")),
+                        native(dir.filePath("a.pak.patch")))
+                    .ok());
+        QProcess tool;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        // A private prefix inside the build tree, made once and kept between runs.
+        environment.insert("WINEPREFIX", QCoreApplication::applicationDirPath() + "/wineprefix");
+        environment.insert("WINEDEBUG", "-all");
+        environment.insert("WINEDLLOVERRIDES", "mscoree,mshtml=");
+        tool.setProcessEnvironment(environment);
+        tool.start(wine,
+            { CORE_WINDOWS_HPATCHZ, dir.filePath("game/a.pak"), dir.filePath("a.pak.patch"),
+                dir.filePath("game/a.pak"), "-f", "-s-1m", "-C-old-new-diff" });
+        QVERIFY(tool.waitForFinished(240000));
+        QVERIFY2(tool.exitCode() == 0, tool.readAllStandardError().constData());
+        QVERIFY(readFile(dir.filePath("game/a.pak")) == newBytes);
+        QCOMPARE(QDir(dir.filePath("game")).entryList(QDir::Files | QDir::Hidden), QStringList { "a.pak" });
+#endif
+    }
+};
+
+CORE_TEST_CLASS(TestDelta)
+#include "tst_delta.moc"

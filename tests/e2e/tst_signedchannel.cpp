@@ -1,0 +1,265 @@
+#include "ChannelSigner.h"
+#include "HostProcess.h"
+#include "KeyFile.h"
+#include "NginxServer.h"
+#include "TestFiles.h"
+#include "TestRegistry.h"
+#include "files/QFileUtils.h"
+#include "planning/ChannelTrust.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+#include <memory>
+
+// The signed channel against a real nginx: channel "one" holds version 1 of a small game, channel
+// "two" versions 1 and 2 with a patch between them, both signed with the studio's key. Every case
+// installs version 1 from "one" with the key, then meets a server that attacks the update to 2.
+namespace {
+
+const QString kBin = QStringLiteral(CORE_BIN_DIR);
+using Morvantix::ChannelTrust;
+using TestFiles::md5Tree;
+using TestFiles::patternBytes;
+
+TestFiles::Tree game(int n)
+{
+    TestFiles::Tree files { { "Paks/game.pak", patternBytes(900000, 11) },
+        { "bin/game.exe", patternBytes(200000, 12) }, { "文件/说明.txt", "版本一\n" } };
+    if (n >= 2) {
+        files["Paks/game.pak"].replace(300000, 5000, patternBytes(5000, 13));
+        files["文件/说明.txt"] = "版本二\n";
+        files["new/added.dat"] = patternBytes(40000, 14);
+    }
+    return files;
+}
+
+using HostProcess::Run;
+
+// Each row's changes to a copy of channel "two".
+enum class Attack
+{
+    PackageAndDocuments, // a package of other bytes, the guide manifest rewritten to match it
+    OldFileList, // the new guide manifest beside an old file list
+    Rollback, // an older list and signature, validly signed
+    Freeze, // a list whose time is over
+    EndlessPackage, // a package longer than listed, of other bytes
+    OtherKey,
+    NoSignature,
+    TruncatedSignature,
+    OversizedList,
+    Unsigned, // no list at all
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Attack)
+
+class TestSignedChannel : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase()
+    {
+        if (NginxServer::program().isEmpty() || !QFile::exists(kBin + "/core-publish"))
+            QSKIP("needs nginx and core-publish");
+        qputenv("PATH", QFile::encodeName(kBin) + ':' + qgetenv("PATH"));
+        const QString root = m_work.path();
+        QCOMPARE(publish({ "--generate-key", key() }), 0);
+        QCOMPARE(publish({ "--generate-key", root + "/other.key" }), 0);
+        QVERIFY(Publish::KeyFile::ReadSecretKey(key(), m_secret).ok());
+        QVERIFY(Publish::KeyFile::ReadSecretKey(root + "/other.key", m_otherSecret).ok());
+        QVERIFY(TestFiles::writeTree(root + "/one/1.0.0.1", game(1)));
+        for (int n = 1; n <= 2; ++n)
+            QVERIFY(TestFiles::writeTree(QStringLiteral("%1/two/1.0.0.%2").arg(root).arg(n), game(n)));
+
+        // "two" is published twice; its first list is the older one a rollback serves. "one" comes a
+        // second later, so the serial a host records from it is above that first list's.
+        QCOMPARE(publish({ root + "/two", www("two"), "--sign", key() }), 0);
+        QVERIFY(QFileUtils::CopyOneFile(www("two") + "/channel.json", root + "/old/channel.json"));
+        QVERIFY(QFileUtils::CopyOneFile(www("two") + "/channel.json.sig", root + "/old/channel.json.sig"));
+        QTest::qWait(1100);
+        QCOMPARE(publish({ root + "/one", www("one"), "--sign", key() }), 0);
+        QCOMPARE(publish({ root + "/two", www("two"), "--sign", key(), "--expires", "5" }), 0);
+        QVERIFY(Publish::ChannelSigner::PublishedSerial(www("two"))
+            > Publish::ChannelSigner::PublishedSerial(root + "/old"));
+        m_nginx = std::make_unique<NginxServer>(root + "/www");
+        QVERIFY(m_nginx->isRunning());
+    }
+
+    void init()
+    {
+        m_case = HostProcess::newCase(kBin);
+        QVERIFY(m_case);
+        m_nginx->clearAccessLog();
+    }
+
+    void installsUpdatesVerifiesAndRepairs()
+    {
+        QCOMPARE(runHost("install", "one", { "--trust", key() + ".pub" }).exitCode, 0);
+        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(1)));
+        m_nginx->clearAccessLog();
+        // The key is pinned in the settings: later runs need no --trust.
+        const Run update = runHost("update", "two");
+        QCOMPARE(update.exitCode, 0);
+        QCOMPARE(update.last["result"]["outcome"].toString(), "updated");
+        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(2)));
+        QCOMPARE(packageRequests(), QStringList { "/two/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z" });
+        QVERIFY(update.notices.filter("not verified").isEmpty());
+
+        QVERIFY(TestFiles::writeFile(gameFolder() + "/文件/说明.txt", "damaged"));
+        QCOMPARE(runHost("verify", "two").exitCode, 3);
+        QCOMPARE(runHost("repair", "two").exitCode, 0);
+        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(2)));
+        QCOMPARE(runHost("verify", "two").exitCode, 0);
+    }
+
+    void withoutKeySaysSoOnce()
+    {
+        const Run run = runHost("install", "two");
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(run.notices.filter("the channel is not verified").size(), 1);
+        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(2)));
+    }
+
+    void refusesAttack_data()
+    {
+        QTest::addColumn<Attack>("attack");
+        QTest::addColumn<QString>("named"); // what the error names
+        QTest::newRow("package changed, documents rewritten")
+            << Attack::PackageAndDocuments << "manifest.txt";
+        QTest::newRow("old file list, new guide manifest") << Attack::OldFileList << "1.0.0.2/manifest.txt";
+        QTest::newRow("older list and signature (rollback)") << Attack::Rollback << "older";
+        QTest::newRow("expired list (freeze)") << Attack::Freeze << "expired";
+        QTest::newRow("package longer than listed (endless data)")
+            << Attack::EndlessPackage << "1.0.0.1_1.0.0.2.7z";
+        QTest::newRow("signature by another key") << Attack::OtherKey << "not signed by the trusted key";
+        QTest::newRow("missing signature") << Attack::NoSignature << "no signature";
+        QTest::newRow("truncated signature") << Attack::TruncatedSignature << "no signature";
+        QTest::newRow("list larger than its cap") << Attack::OversizedList << "larger than";
+        QTest::newRow("no list at all") << Attack::Unsigned << "not signed";
+    }
+    void refusesAttack()
+    {
+        QFETCH(Attack, attack);
+        QFETCH(QString, named);
+        QCOMPARE(runHost("install", "one", { "--trust", key() + ".pub" }).exitCode, 0);
+        const QString settingsFile = m_case->path() + "/app/config.ini";
+        const QByteArray settings = TestFiles::readFile(settingsFile);
+        QVERIFY(settings.contains(ChannelTrust::SerialKey().toLatin1()));
+        makeEvilChannel(attack);
+        m_nginx->clearAccessLog();
+
+        const Run run = runHost("update", "evil");
+        QCOMPARE(run.exitCode, 10);
+        QCOMPARE(run.last["error"]["stage"].toString(), "trust");
+        QVERIFY2(run.last["error"]["text"].toString().contains(named),
+            qPrintable(run.last["error"]["text"].toString()));
+        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(1)));
+        QCOMPARE(TestFiles::readFile(settingsFile), settings);
+        // Only a package whose documents passed is fetched at all, and never past its listed size.
+        const QString patch = "/evil/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z";
+        const QStringList expected
+            = attack == Attack::EndlessPackage ? QStringList { patch, patch } : QStringList();
+        QCOMPARE(packageRequests(), expected);
+        QDirIterator cached(m_case->path() + "/install/MorvantixCache", { "*.7z*" }, QDir::Files,
+            QDirIterator::Subdirectories);
+        QVERIFY(!cached.hasNext());
+    }
+
+private:
+    QString key() const { return m_work.path() + "/studio.key"; }
+    QString www(const QString& channel) const { return m_work.path() + "/www/" + channel; }
+    QString gameFolder() const { return m_case->path() + "/install/MorvantixGame"; }
+
+    int publish(const QStringList& arguments)
+    {
+        QProcess publisher;
+        publisher.start(kBin + "/core-publish", arguments);
+        return publisher.waitForFinished(120000) ? publisher.exitCode() : -1;
+    }
+
+    // Signs evil's files the way the publisher does, with another key or another clock.
+    void resign(const QByteArray& secret, const QDateTime& now)
+    {
+        const QString evil = www("evil");
+        QStringList paths;
+        for (const QString& path : TestFiles::md5Tree(evil).keys()) {
+            if (!path.startsWith("channel.json") && path != "publish.json" && !path.contains("/files/"))
+                paths << path;
+        }
+        QVERIFY(Publish::ChannelSigner(secret, 30)
+                    .sign(evil, paths, Publish::ChannelSigner::PublishedSerial(evil), now)
+                    .ok());
+    }
+
+    void makeEvilChannel(Attack attack)
+    {
+        const QString evil = www("evil");
+        QDir(evil).removeRecursively();
+        QVERIFY(QFileUtils::CopyMultiFiles(www("two"), evil));
+        const QString patch = evil + "/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z";
+        const qint64 patchSize = QFileInfo(patch).size();
+        switch (attack) {
+        case Attack::PackageAndDocuments: {
+            const QByteArray bytes = patternBytes(patchSize, 99);
+            QByteArray guide = TestFiles::readFile(evil + "/manifest.txt");
+            guide.replace(TestFiles::md5Hex(TestFiles::readFile(patch)).toLatin1(),
+                TestFiles::md5Hex(bytes).toLatin1());
+            QVERIFY(TestFiles::writeFile(patch, bytes));
+            QVERIFY(TestFiles::writeFile(evil + "/manifest.txt", guide));
+            break;
+        }
+        case Attack::OldFileList:
+            QVERIFY(TestFiles::writeFile(
+                evil + "/1.0.0.2/manifest.txt", TestFiles::readFile(evil + "/1.0.0.1/manifest.txt")));
+            break;
+        case Attack::Rollback:
+            for (const QString name : { "channel.json", "channel.json.sig" })
+                QVERIFY(TestFiles::writeFile(
+                    evil + '/' + name, TestFiles::readFile(m_work.path() + "/old/" + name)));
+            break;
+        case Attack::Freeze:
+            resign(m_secret, QDateTime::currentDateTimeUtc().addDays(-31));
+            break;
+        case Attack::EndlessPackage:
+            QVERIFY(TestFiles::writeFile(patch, patternBytes(patchSize * 20, 98)));
+            break;
+        case Attack::OtherKey:
+            resign(m_otherSecret, QDateTime::currentDateTimeUtc());
+            break;
+        case Attack::NoSignature:
+            QVERIFY(QFile::remove(evil + "/channel.json.sig"));
+            break;
+        case Attack::TruncatedSignature:
+            QVERIFY(QFile::resize(evil + "/channel.json.sig", 40));
+            break;
+        case Attack::OversizedList:
+            QVERIFY(TestFiles::writeFile(evil + "/channel.json",
+                TestFiles::readFile(evil + "/channel.json")
+                    + QByteArray(ChannelTrust::kMaxDocumentBytes, ' ')));
+            break;
+        case Attack::Unsigned:
+            QVERIFY(QFile::remove(evil + "/channel.json") && QFile::remove(evil + "/channel.json.sig"));
+            break;
+        }
+    }
+
+    Run runHost(const QString& command, const QString& channel, const QStringList& extra = {})
+    {
+        return HostProcess::finish(
+            *HostProcess::start(m_case->path(), command, m_nginx->url(channel), extra));
+    }
+    QStringList packageRequests() const { return HostProcess::packageRequests(m_nginx->accessLog()); }
+
+    QTemporaryDir m_work;
+    QByteArray m_secret;
+    QByteArray m_otherSecret;
+    std::unique_ptr<NginxServer> m_nginx;
+    std::unique_ptr<QTemporaryDir> m_case;
+};
+
+CORE_TEST_CLASS(TestSignedChannel)
+#include "tst_signedchannel.moc"
