@@ -1,6 +1,7 @@
 # Lays beside every program of a Windows build what it needs to start, as a launcher ships it: Core.dll,
 # the Qt DLLs and plugins, the compiler's runtime DLLs, zlib and the cache's libraries, and 7z.exe
-# (the unpack stage looks beside the program first).
+# beside the programs a launcher ships (the unpack stage looks beside the program first; the tests find
+# it on their search path, so a stand-in copied beside a test program is the only one there).
 set(CORE_DEPLOY_FILES)
 foreach(module IN ITEMS Core Gui Network Widgets Test)
     list(APPEND CORE_DEPLOY_FILES $<TARGET_FILE:Qt5::${module}>)
@@ -26,7 +27,6 @@ list(APPEND CORE_DEPLOY_FILES ${CORE_ZLIB_DLL})
 file(GLOB CORE_PREFIX_DLLS ${CORE_WINDOWS_CACHE}/prefix/bin/*.dll)
 list(APPEND CORE_DEPLOY_FILES ${CORE_PREFIX_DLLS})
 find_program(CORE_7Z_EXE 7z.exe PATHS ${CORE_WINDOWS_CACHE}/7zip NO_DEFAULT_PATH REQUIRED)
-list(APPEND CORE_DEPLOY_FILES ${CORE_7Z_EXE})
 
 set(CORE_DEPLOY_PLATFORMS $<TARGET_FILE:Qt5::QWindowsIntegrationPlugin>
     $<TARGET_FILE:Qt5::QOffscreenIntegrationPlugin> $<TARGET_FILE:Qt5::QMinimalIntegrationPlugin>)
@@ -45,6 +45,10 @@ function(core_deploy_beside target)
             COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CORE_DEPLOY_FILES} $<TARGET_FILE:Core> ${folder}
             COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CORE_DEPLOY_PLATFORMS} ${folder}/platforms
             VERBATIM)
+        if(folder STREQUAL "${CMAKE_BINARY_DIR}/bin")
+            add_custom_command(TARGET ${deploy} POST_BUILD
+                COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CORE_7Z_EXE} ${folder} VERBATIM)
+        endif()
         add_dependencies(${deploy} Core)
     endif()
     add_dependencies(${target} ${deploy})

@@ -83,7 +83,11 @@ public:
     }
     bool isRunning() const
     {
+#ifdef Q_OS_WIN
+        return m_detached && accepts();
+#else
         return m_process.state() == QProcess::Running;
+#endif
     }
     QString url(const QString& path = QString()) const
     {

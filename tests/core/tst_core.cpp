@@ -73,6 +73,10 @@ void TestCore::reportsUntilFirstFileInUse()
     QFETCH(QStringList, files);
     QFETCH(int, heldIndex);
     QFETCH(QList<float>, progress);
+#ifdef Q_OS_WIN
+    if (files.contains(QStringLiteral("sub/up1->")))
+        QSKIP("on Windows QFile::link makes shortcuts, not links a folder walk could follow");
+#endif
     const QTemporaryDir dir;
     QString folder = dir.filePath(QStringLiteral("game"));
     QDir().mkpath(folder);

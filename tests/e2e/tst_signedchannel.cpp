@@ -65,7 +65,7 @@ private slots:
     {
         if (NginxServer::program().isEmpty() || !QFile::exists(kBin + "/core-publish"))
             QSKIP("needs nginx and core-publish");
-        qputenv("PATH", QFile::encodeName(kBin) + ':' + qgetenv("PATH"));
+        qputenv("PATH", QFile::encodeName(kBin) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
         const QString root = m_work.path();
         QCOMPARE(publish({ "--generate-key", key() }), 0);
         QCOMPARE(publish({ "--generate-key", root + "/other.key" }), 0);

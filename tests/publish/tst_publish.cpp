@@ -193,7 +193,7 @@ private slots:
     void initTestCase()
     {
         // The merge stage's diff tool on this system is built beside the programs.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
+        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
     }
 
     void parsesCommandLine_data()
@@ -424,6 +424,16 @@ private slots:
         QFETCH(QString, special);
         QFETCH(int, code);
         QFETCH(QString, message);
+#ifdef Q_OS_WIN
+        const QMap<QString, QString> notOnWindows { { "link",
+                                                        "a link needs rights a player's account lacks" },
+            { "unreadable file", "permission bits do not make a file unreadable" },
+            { "letter-case twins", "the file system folds letter case" },
+            { "bar in a name",
+                "a name cannot hold \"|\"" } };
+        if (notOnWindows.contains(QTest::currentDataTag()))
+            QSKIP(qPrintable("on Windows " + notOnWindows.value(QTest::currentDataTag())));
+#endif
         QTemporaryDir temp;
         const QString versions = temp.filePath("versions"), parent = temp.filePath("public");
         const QString root = parent + "/channel";

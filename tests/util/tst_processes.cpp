@@ -1,4 +1,5 @@
 #include "ScriptedTool.h"
+#include "TestPlatform.h"
 #include "TestRegistry.h"
 
 #include "util/ProcessUtil.h"
@@ -43,15 +44,24 @@ private slots:
         QCOMPARE(ProcessUtil::FindByExecutable(game), QList<qint64> { child.processId() });
         QVERIFY(ProcessUtil::FindByExecutable(idle).isEmpty());
 
-        const QList<ProcessUtil::Entry> holders = ProcessUtil::FindFileHolders(held);
-        QCOMPARE(holders.size(), 1);
-        QCOMPARE(qMakePair(holders.first().pid, holders.first().name),
-            qMakePair(child.processId(), QFileInfo(game).fileName()));
-        QVERIFY(ProcessUtil::FindFileHolders(free).isEmpty());
+        if (TestPlatform::runsUnderWine()) {
+            qInfo("not checked under Wine: the processes holding a file (its Restart Manager names none)");
+        } else {
+            const QList<ProcessUtil::Entry> holders = ProcessUtil::FindFileHolders(held);
+            QCOMPARE(holders.size(), 1);
+            QCOMPARE(qMakePair(holders.first().pid, holders.first().name),
+                qMakePair(child.processId(), QFileInfo(game).fileName()));
+            QVERIFY(ProcessUtil::FindFileHolders(free).isEmpty());
+        }
 
         QCOMPARE(ProcessUtil::EndByExecutable(game), 1);
         QTRY_COMPARE(child.state(), QProcess::NotRunning);
+#ifdef Q_OS_WIN
+        // Ended with exit code 1, which Windows does not tell apart from the program's own.
+        QCOMPARE(qMakePair(child.exitStatus(), child.exitCode()), qMakePair(QProcess::NormalExit, 1));
+#else
         QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+#endif
         QVERIFY(ProcessUtil::FindByExecutable(game).isEmpty());
     }
 };
