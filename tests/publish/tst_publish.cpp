@@ -306,10 +306,21 @@ private slots:
             QDir(game).removeRecursively();
             QVERIFY(TestFiles::writeTree(game, versionFiles(entry.fromVersion.right(1).toInt())));
             merge(package, game, temp.filePath("merge"));
-            // The file renamed by letter case keeps its old name beside the new one on a case-sensitive disk.
+            // The file renamed by letter case keeps its old name beside the new one on a case-sensitive
+            // disk; on Windows it is one file, whose name keeps the letter case it had.
             QMap<QString, QString> result = TestFiles::md5Tree(game);
+#ifdef Q_OS_WIN
+            const auto lowerCaseNames = [](const QMap<QString, QString>& tree) {
+                QMap<QString, QString> lower;
+                for (auto it = tree.cbegin(); it != tree.cend(); ++it)
+                    lower.insert(it.key().toLower(), it.value());
+                return lower;
+            };
+            QCOMPARE(lowerCaseNames(result), lowerCaseNames(TestFiles::md5Tree(newFiles)));
+#else
             result.remove("Case/Name.TXT");
             QCOMPARE(result, TestFiles::md5Tree(newFiles));
+#endif
         }
         QCOMPARE(packages,
             QStringList({ "1.0.0.1->1.0.0.2: del Old/gone.bin; new New/added.bin,case/name.txt,tiny.cfg; "
