@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
@@ -29,11 +30,17 @@ struct Run
     }
 };
 
+// A built program of the platform under test: ".exe" added on Windows.
+inline QString executable(const QString& folder, const QString& name)
+{
 #ifdef Q_OS_WIN
-const QString kProgramName = QStringLiteral("core-update.exe");
+    return folder + '/' + name + QStringLiteral(".exe");
 #else
-const QString kProgramName = QStringLiteral("core-update");
+    return folder + '/' + name;
 #endif
+}
+
+const QString kProgramName = QFileInfo(executable(QString(), QStringLiteral("core-update"))).fileName();
 
 // The case's copy of the host.
 inline QString program(const QString& casePath)
