@@ -3,6 +3,8 @@
 BUILD_DIR ?= build
 WINDOWS_BUILD_DIR ?= build-windows
 JOBS ?= $(shell nproc)
+# Builds share a compiler cache when there is one.
+LAUNCHER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 
 .PHONY: all setup configure build demo test test-windows bench clean format
 
@@ -12,7 +14,7 @@ setup:
 	@bash scripts/setup.sh
 
 configure: setup
-	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(LAUNCHER) >/dev/null
 
 build: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS)
@@ -28,8 +30,8 @@ test: build
 # The Linux build comes first: its publisher makes the end-to-end test's channels.
 test-windows: build
 	@bash scripts/windows-toolchain.sh >/dev/null
-	@cmake -S . -B $(WINDOWS_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-		-DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCORE_LINUX_BUILD_DIR=$(abspath $(BUILD_DIR)) >/dev/null
+	@cmake -S . -B $(WINDOWS_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(LAUNCHER) \
+		-DCMAKE_TOOLCHAIN_FILE=$(abspath cmake/mingw-w64-x86_64.cmake) -DCORE_LINUX_BUILD_DIR=$(abspath $(BUILD_DIR)) >/dev/null
 	@cmake --build $(WINDOWS_BUILD_DIR) -j $(JOBS)
 	@cd $(WINDOWS_BUILD_DIR) && ctest --output-on-failure -j 2 --timeout 600
 
