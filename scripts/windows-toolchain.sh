@@ -29,8 +29,9 @@ SUDO=""
 say() { echo "windows-toolchain: $*" >&2; }
 
 # --- Debian packages --------------------------------------------------------------------------
+# locales: the zh_CN source from which the Windows suite makes its code page 936 locale.
 packages=(g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64 libz-mingw-w64-dev
-    dpkg-dev make cmake xz-utils autoconf automake libtool)
+    dpkg-dev make cmake xz-utils autoconf automake libtool locales)
 install_packages() {
     local missing=() p
     for p in "${packages[@]}"; do

@@ -339,7 +339,6 @@ private slots:
         QVERIFY2(notice.size() < 2100, QByteArray::number(notice.size()));
     }
 
-#ifndef Q_OS_WIN
     void unwritableSettingsChangeNothing_data()
     {
         QTest::addColumn<QString>("place");
@@ -349,6 +348,10 @@ private slots:
     void unwritableSettingsChangeNothing()
     {
         QFETCH(QString, place);
+#ifdef Q_OS_WIN
+        if (place != "folder")
+            QSKIP("on Windows QFile::link makes a shortcut, not a link");
+#endif
         QCOMPARE(runHost("install", "a").exitCode, 0);
         const auto before = md5Tree(game());
         const QString config = m_case->path() + "/app/config.ini";
@@ -364,8 +367,6 @@ private slots:
         QCOMPARE(md5Tree(game()), before);
         QVERIFY(packageRequests().isEmpty());
     }
-
-#endif
 
     void oneRunPerFolder()
     {
