@@ -174,6 +174,8 @@ Result DiffSink::assemble(DiffHeader& header)
             streamsCrc = crc32(streamsCrc, buffer.data(), uInt(n));
             left -= n;
         }
+        // Closed before its removal, which Windows refuses for an open file.
+        part.close();
         m_streams[i].discard();
     }
     if (result.ok()) {

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
@@ -29,12 +30,30 @@ struct Run
     }
 };
 
+// A built program of the platform under test: ".exe" added on Windows.
+inline QString executable(const QString& folder, const QString& name)
+{
+#ifdef Q_OS_WIN
+    return folder + '/' + name + QStringLiteral(".exe");
+#else
+    return folder + '/' + name;
+#endif
+}
+
+const QString kProgramName = QFileInfo(executable(QString(), QStringLiteral("core-update"))).fileName();
+
+// The case's copy of the host.
+inline QString program(const QString& casePath)
+{
+    return casePath + "/app/" + kProgramName;
+}
+
 // A fresh case folder holding app/core-update copied from binDir; none when the copy failed.
 inline std::unique_ptr<QTemporaryDir> newCase(const QString& binDir)
 {
     auto folder = std::make_unique<QTemporaryDir>();
     QDir().mkpath(folder->path() + "/app");
-    if (!QFile::copy(binDir + "/core-update", folder->path() + "/app/core-update"))
+    if (!QFile::copy(binDir + '/' + kProgramName, program(folder->path())))
         return nullptr;
     return folder;
 }
@@ -44,7 +63,7 @@ inline std::unique_ptr<QProcess> start(
     const QString& casePath, const QString& command, const QString& serverUrl, const QStringList& extra = {})
 {
     auto host = std::make_unique<QProcess>();
-    host->start(casePath + "/app/core-update",
+    host->start(program(casePath),
         QStringList { command, "--server", serverUrl, "--dir", casePath + "/install", "--json" } + extra);
     host->waitForStarted();
     return host;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QStringList>
@@ -15,13 +16,14 @@ class NginxServer
 {
 public:
     explicit NginxServer(const QString& root)
+        : m_dir(QStringLiteral("/tmp/core-nginx-XXXXXX"))
     {
         QTcpServer probe; // a port that is free now
         probe.listen(QHostAddress::LocalHost, 0);
         m_port = probe.serverPort();
         probe.close();
-        const QString dir = m_dir.path();
-        QFile conf(dir + "/nginx.conf");
+        const QString dir = unixPath(m_dir.path());
+        QFile conf(m_dir.filePath("nginx.conf"));
         if (program().isEmpty() || !conf.open(QIODevice::WriteOnly))
             return;
         conf.write(
@@ -33,22 +35,30 @@ public:
                            "  proxy_temp_path %1/proxy;\n  fastcgi_temp_path %1/fastcgi;\n"
                            "  uwsgi_temp_path %1/uwsgi;\n  scgi_temp_path %1/scgi;\n"
                            "  server { listen 127.0.0.1:%2; root %3; }\n}\n")
-                .arg(dir, QString::number(m_port), root)
+                .arg(dir, QString::number(m_port), unixPath(root))
                 .toUtf8());
         conf.close();
-        m_process.start(program(), { "-p", dir, "-e", dir + "/error.log", "-c", conf.fileName() });
+        const QStringList arguments { "-p", dir, "-e", dir + "/error.log", "-c", dir + "/nginx.conf" };
+#ifdef Q_OS_WIN
+        // Wine starts a Linux program but can neither wait for it nor stop it: it runs detached and
+        // is stopped through its pid file.
+        m_detached = QProcess::startDetached(program(), arguments);
+#else
+        m_process.start(program(), arguments);
         m_process.waitForStarted();
+#endif
         // A server that does not come up shows as isRunning() false or as refused requests.
-        (void)QTest::qWaitFor(
-            [this] {
-                QTcpSocket socket;
-                socket.connectToHost(QHostAddress::LocalHost, quint16(m_port));
-                return socket.waitForConnected(100);
-            },
-            5000);
+        (void)QTest::qWaitFor([this] { return accepts(); }, 5000);
     }
     ~NginxServer()
     {
+#ifdef Q_OS_WIN
+        QFile pid(m_dir.filePath("nginx.pid"));
+        if (m_detached && pid.open(QIODevice::ReadOnly))
+            QProcess::startDetached("/bin/kill", { QString::fromLatin1(pid.readAll().trimmed()) });
+        (void)QTest::qWaitFor([this] { return !accepts(); }, 3000);
+        return;
+#endif
         m_process.terminate();
         if (!m_process.waitForFinished(3000))
             m_process.kill();
@@ -61,7 +71,24 @@ public:
     {
         return QFile::exists("/usr/sbin/nginx") ? QStringLiteral("/usr/sbin/nginx") : QString();
     }
-    bool isRunning() const { return m_process.state() == QProcess::Running; }
+    // The server is a Linux program, also when a Windows test under Wine starts it: Wine shows the
+    // Linux root as drive Z:, so a folder under "/tmp" is "Z:/tmp" to the test and "/tmp" to nginx.
+    static QString unixPath(const QString& path)
+    {
+#ifdef Q_OS_WIN
+        if (path.startsWith(QLatin1String("Z:"), Qt::CaseInsensitive))
+            return QDir::fromNativeSeparators(path.mid(2));
+#endif
+        return path;
+    }
+    bool isRunning() const
+    {
+#ifdef Q_OS_WIN
+        return m_detached && accepts();
+#else
+        return m_process.state() == QProcess::Running;
+#endif
+    }
     QString url(const QString& path = QString()) const
     {
         return QStringLiteral("http://127.0.0.1:%1/%2").arg(m_port).arg(path);
@@ -73,10 +100,22 @@ public:
             ? QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts)
             : QStringList();
     }
-    void clearAccessLog() { QFile::resize(m_dir.filePath("access.log"), 0); }
+    void clearAccessLog()
+    {
+        QFile::resize(m_dir.filePath("access.log"), 0);
+    }
 
 private:
+    bool accepts() const
+    {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, quint16(m_port));
+        // A refused connection answers at once; under Wine a good one can take longer than 100 ms.
+        return socket.waitForConnected(1000);
+    }
+
     QTemporaryDir m_dir;
+    bool m_detached = false;
     QProcess m_process;
     int m_port = 0;
 };

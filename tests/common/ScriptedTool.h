@@ -3,14 +3,16 @@
 #include "TestFiles.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QVector>
 
-// A stand-in for an external program, written into the application's folder (where the library looks
-// first) for what the real tool cannot be made to do on demand. It follows a script of steps, one per
-// start (the last step repeats), records the arguments of every start and is removed when the object
-// goes away.
+// A stand-in for an external program, copied into the application's folder (where the library looks
+// first) for what the real tool cannot be made to do on demand. It is one small program of the
+// suite's own, built for the platform under test, that follows a script of steps, one per start (the
+// last step repeats), records the arguments and process id of every start and is removed when the
+// object goes away. name: the tool's name without ".exe", which Windows gets added.
 class ScriptedTool
 {
 public:
@@ -20,33 +22,54 @@ public:
         QByteArray standardOutput;
         QByteArray standardError;
         int sleepMs = 0;
+        QString heldFile; // kept open for reading while the step waits
     };
 
     ScriptedTool(const QString& name, const QVector<Step>& steps)
-        : m_path(QCoreApplication::applicationDirPath() + '/' + name)
+        : ScriptedTool(QCoreApplication::applicationDirPath(), name, steps)
+    { }
+    ScriptedTool(const QString& folder, const QString& name, const QVector<Step>& steps)
+        : m_path(folder + '/' + name + executableSuffix())
     {
-        // Each start counts itself, keeps its arguments and plays its step: the n-th, or the last.
-        QByteArray script = "#!/bin/sh\nd='" + m_state.path().toUtf8()
-            + "'\nn=$(( $(cat \"$d/starts\" 2>/dev/null || echo 0) + 1 ))\necho $n > \"$d/starts\"\n"
-              "printf '%s\\n' \"$@\" > \"$d/args$n\"\n"
-              "s=$n; [ -f \"$d/out$s\" ] || s="
-            + QByteArray::number(steps.size()) + "\ncat \"$d/out$s\"; cat \"$d/err$s\" >&2\ncase $s in\n";
         for (int i = 1; i <= steps.size(); ++i) {
             const Step& step = steps.at(i - 1);
-            TestFiles::writeFile(m_state.filePath(QStringLiteral("out%1").arg(i)), step.standardOutput);
-            TestFiles::writeFile(m_state.filePath(QStringLiteral("err%1").arg(i)), step.standardError);
-            script += QByteArray::number(i) + ") sleep " + QByteArray::number(step.sleepMs / 1000.0, 'f', 3)
-                + "; exit " + QByteArray::number(step.exitCode) + ";;\n";
+            const QString base = m_state.filePath(QString::number(i));
+            TestFiles::writeFile(base + ".out", step.standardOutput);
+            TestFiles::writeFile(base + ".err", step.standardError);
+            TestFiles::writeFile(
+                base + ".plan", QByteArray::number(step.exitCode) + ' ' + QByteArray::number(step.sleepMs));
+            TestFiles::writeFile(base + ".hold", step.heldFile.toUtf8());
         }
-        TestFiles::writeFile(m_path, script + "esac\n");
-        QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        TestFiles::writeFile(m_state.filePath("steps"), QByteArray::number(steps.size()));
+        QFile::remove(m_path);
+        QFile::copy(QStringLiteral(CORE_SCRIPTED_TOOL), m_path);
+        TestFiles::writeFile(m_path + ".state", m_state.path().toUtf8());
     }
-    ~ScriptedTool() { QFile::remove(m_path); }
+    ~ScriptedTool()
+    {
+        QFile::remove(m_path);
+        QFile::remove(m_path + ".state");
+    }
     ScriptedTool(const ScriptedTool&) = delete;
     ScriptedTool& operator=(const ScriptedTool&) = delete;
 
-    QString path() const { return m_path; }
-    int starts() const { return TestFiles::readFile(m_state.filePath("starts")).trimmed().toInt(); }
+    static QString executableSuffix()
+    {
+#ifdef Q_OS_WIN
+        return QStringLiteral(".exe");
+#else
+        return QString();
+#endif
+    }
+
+    QString path() const
+    {
+        return m_path;
+    }
+    int starts() const
+    {
+        return QDir(m_state.path()).entryList({ "start*" }, QDir::Files).size();
+    }
     QList<QStringList> arguments() const
     {
         QList<QStringList> all;
@@ -55,6 +78,11 @@ public:
                 QString::fromUtf8(TestFiles::readFile(m_state.filePath(QStringLiteral("args%1").arg(i))))
                     .split('\n', Qt::SkipEmptyParts));
         return all;
+    }
+    // The process id of the n-th start (from 1), 0 before it has begun.
+    qint64 processId(int start) const
+    {
+        return TestFiles::readFile(m_state.filePath(QStringLiteral("pid%1").arg(start))).toLongLong();
     }
 
 private:

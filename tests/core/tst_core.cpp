@@ -1,5 +1,6 @@
 #include "CallbackRecorder.h"
 #include "LogLines.h"
+#include "ScriptedTool.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
@@ -72,6 +73,10 @@ void TestCore::reportsUntilFirstFileInUse()
     QFETCH(QStringList, files);
     QFETCH(int, heldIndex);
     QFETCH(QList<float>, progress);
+#ifdef Q_OS_WIN
+    if (files.contains(QStringLiteral("sub/up1->")))
+        QSKIP("on Windows QFile::link makes shortcuts, not links a folder walk could follow");
+#endif
     const QTemporaryDir dir;
     QString folder = dir.filePath(QStringLiteral("game"));
     QDir().mkpath(folder);
@@ -84,13 +89,16 @@ void TestCore::reportsUntilFirstFileInUse()
             else
                 QVERIFY(TestFiles::writeFile(QDir(folder).filePath(name), "x"));
 
+    // Another process holds the file, as a running game holds its own.
     QProcess holder;
     QString heldPath;
+    std::unique_ptr<ScriptedTool> holderProgram;
     if (heldIndex >= 0) {
         heldPath = QDir(folder).absoluteFilePath(files.at(heldIndex));
-        holder.start(QStringLiteral("sh"),
-            { QStringLiteral("-c"), QStringLiteral("exec 3<\"$0\"; echo ready; exec sleep 60"), heldPath });
-        QVERIFY(holder.waitForReadyRead(5000));
+        holderProgram = std::make_unique<ScriptedTool>(
+            dir.path(), "holder", QVector<ScriptedTool::Step> { { 0, {}, {}, 60000, heldPath } });
+        holder.start(holderProgram->path(), QStringList());
+        QTRY_VERIFY_WITH_TIMEOUT(holderProgram->processId(1) > 0, 10000);
     }
     CallbackRecorder<CheckCallbackInfo> recorder;
     QVERIFY(recorder.run(GetCheckComponent(), [&] { start(folder); }));

@@ -63,9 +63,9 @@ class TestSignedChannel : public QObject
 private slots:
     void initTestCase()
     {
-        if (NginxServer::program().isEmpty() || !QFile::exists(kBin + "/core-publish"))
+        if (NginxServer::program().isEmpty() || !QFile::exists(HostProcess::executable(kBin, "core-publish")))
             QSKIP("needs nginx and core-publish");
-        qputenv("PATH", QFile::encodeName(kBin) + ':' + qgetenv("PATH"));
+        qputenv("PATH", QFile::encodeName(kBin) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
         const QString root = m_work.path();
         QCOMPARE(publish({ "--generate-key", key() }), 0);
         QCOMPARE(publish({ "--generate-key", root + "/other.key" }), 0);
@@ -177,7 +177,7 @@ private:
     int publish(const QStringList& arguments)
     {
         QProcess publisher;
-        publisher.start(kBin + "/core-publish", arguments);
+        publisher.start(HostProcess::executable(kBin, "core-publish"), arguments);
         return publisher.waitForFinished(120000) ? publisher.exitCode() : -1;
     }
 
@@ -254,7 +254,7 @@ private:
     }
     QStringList packageRequests() const { return HostProcess::packageRequests(m_nginx->accessLog()); }
 
-    QTemporaryDir m_work;
+    QTemporaryDir m_work { QStringLiteral("/tmp/core-signed-XXXXXX") }; // where nginx can read it
     QByteArray m_secret;
     QByteArray m_otherSecret;
     std::unique_ptr<NginxServer> m_nginx;

@@ -171,14 +171,18 @@ private slots:
         for (const QString& file : files)
             QVERIFY(writeFile(from + '/' + file, file.toUtf8()));
         QVERIFY(writeFile(to + "/a.txt", "stale"));
+#ifndef Q_OS_WIN // where QFile::link makes a shortcut, a plain file
         QVERIFY(QFile::link(from, from + "/sub/up")); // a cycle: copied as a link, not walked
+#endif
 
         QVERIFY(move ? QFileUtils::MoveMultiFiles(from, to) : QFileUtils::CopyMultiFiles(from, to));
         for (const QString& file : files) {
             QCOMPARE(QFileUtils::ReadBytes(to + '/' + file), file.toUtf8());
             QCOMPARE(QFile::exists(from + '/' + file), !move);
         }
+#ifndef Q_OS_WIN
         QCOMPARE(QFileInfo(to + "/sub/up").symLinkTarget(), from);
+#endif
         QVERIFY(QDir(from + "/sub/深").exists()); // a move leaves the emptied source folders
         // A target whose parent is missing cannot be made with a one-level mkdir.
         QVERIFY(!QFileUtils::CopyMultiFiles(to, path("no/such/place")));
@@ -228,7 +232,10 @@ private slots:
     }
 
 private:
-    QString path(const QString& name) const { return m_dir->filePath(name); }
+    QString path(const QString& name) const
+    {
+        return m_dir->filePath(name);
+    }
 
     std::unique_ptr<QTemporaryDir> m_dir;
 };

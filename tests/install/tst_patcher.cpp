@@ -17,7 +17,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#ifndef Q_OS_WIN
 #include <sys/stat.h>
+#endif
 
 using namespace Morvantix;
 using TestFiles::Tree;
@@ -64,7 +66,7 @@ private slots:
     void initTestCase()
     {
         // The real diff tool is found on the search path whenever no scripted one sits beside the tests.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
+        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
     }
     void init()
     {
@@ -78,6 +80,9 @@ private slots:
     // as it was, and the merge then applies the whole package.
     void bigPakKilledThenMerged()
     {
+#ifdef Q_OS_WIN
+        QSKIP("needs a FIFO in the file system to hold the tool half-way; Windows has none");
+#else
         Tree newTree;
         Tree oldTree = bigFilePair(newTree);
         oldTree.insert({ { "中文/资源.dat", TestFiles::patternBytes(300000, 1) }, { "keep.bin", "same" },
@@ -101,6 +106,7 @@ private slots:
         QCOMPARE(TestFiles::md5Tree(path("game")), TestFiles::md5Tree(newTree));
         QVERIFY(!m_recorder.last().bError);
         QCOMPARE(m_recorder.progress(&PatcherCallbackInfo::status), (QList<int> { 0, 0, 1, 1, 1, 2, 2 }));
+#endif
     }
 
     void mergeWithScriptedTool_data()
@@ -136,13 +142,14 @@ private slots:
             QVERIFY(QDir().mkpath(path("game/add.txt/held")));
         QVector<ScriptedTool::Step> steps;
         for (int code : exitCodes)
-            steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 3000 : 0 });
+            steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 20000 : 0 });
         std::unique_ptr<ScriptedTool> tool(steps.isEmpty() ? nullptr : new ScriptedTool("hpatchz", steps));
         const QByteArray searchPath = qgetenv("PATH");
         const auto restorePath = qScopeGuard([&] { qputenv("PATH", searchPath); });
         if (!tool)
             qputenv("PATH", "/nonexistent");
-        ScopedTimeDivisor shortWait(9000); // the 30 min wait becomes 200 ms
+        // The 30 min wait becomes 3 s: room for a start of the stand-in under Wine, which loads Qt.
+        ScopedTimeDivisor shortWait(600);
         start(true, twist == "skip");
 
         QCOMPARE(m_recorder.last().errorString, error);
@@ -283,7 +290,10 @@ private slots:
     }
 
 private:
-    QString path(const QString& name) const { return m_dir->filePath(name); }
+    QString path(const QString& name) const
+    {
+        return m_dir->filePath(name);
+    }
 
     // Writes the old game and a package that turns it into newTree, with real diffs.
     void makePackage(const Tree& oldTree, const Tree& newTree)

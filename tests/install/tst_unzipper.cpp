@@ -13,7 +13,12 @@
 
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTextCodec>
 #include <QtTest>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
 
 using namespace Morvantix;
 
@@ -148,6 +153,34 @@ private slots:
         QCOMPARE(log.contains({ "ignore crc failed", "CRC Failed" }), kinds.first() == "crc");
         for (const UnZipCallbackInfo& report : recorder.progressReports())
             QVERIFY(report.totalCount == archives.size() && report.curCount < archives.size());
+    }
+
+    // 7-Zip writes the names in its messages in the local 8-bit code page (936 on Chinese Windows):
+    // a file it cannot write, because a folder of that name is in the way, is named whole in the
+    // player's error, not as question marks.
+    void namesFilesInLocalCodePage()
+    {
+        const QString name = QStringLiteral("资源/说明.pak");
+#ifdef Q_OS_WIN
+        if (GetACP() != 936)
+            QSKIP("needs code page 936, which the Windows suite gives this area");
+#else
+        if (!QTextCodec::codecForLocale()->canEncode(name))
+            QSKIP("needs a local 8-bit encoding with Chinese (a UTF-8 locale)");
+#endif
+        QTemporaryDir dir;
+        QVERIFY(TestFiles::writeFile(dir.filePath("src/" + name), kPak));
+        QProcess tool;
+        tool.setWorkingDirectory(dir.filePath("src"));
+        tool.start(ExternalTools::SevenZipPath(), { "a", dir.filePath("named.7z"), "*" });
+        QVERIFY(tool.waitForFinished(60000) && tool.exitCode() == 0);
+        const QString folder = dir.filePath("游戏 安装");
+        QVERIFY(QDir().mkpath(folder + '/' + name + "/in the way"));
+
+        CallbackRecorder<UnZipCallbackInfo> recorder;
+        QVERIFY(runUnZip(recorder, { dir.filePath("named.7z") }, folder, UpdateType::Repair));
+        QCOMPARE(recorder.last().code, 2);
+        QVERIFY2(recorder.last().errStr.contains("说明.pak"), qPrintable(recorder.last().errStr));
     }
 
     void scriptedTool_data()

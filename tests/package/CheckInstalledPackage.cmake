@@ -13,8 +13,17 @@ function(run what)
 endfunction()
 
 run("install" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}")
+set(cross)
+if(TOOLCHAIN_FILE)
+    # The toolchain's find roots hide the prefix from a search: the package's folder is named.
+    set(cross "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}" "-DCORE_WINDOWS_CACHE=${CORE_WINDOWS_CACHE}"
+        "-DCore_DIR=${prefix}/lib/cmake/Core")
+    # The installed Core.dll first, then the build's Qt and compiler runtime DLLs.
+    set(ENV{WINEPATH} "Z:${prefix}/bin;Z:${BUILD_DIR}/bin")
+    set(ENV{WINEPREFIX} "${BUILD_DIR}/wine-prefix")
+endif()
 run("configure" "${CMAKE_COMMAND}" -S "${CONSUMER_DIR}" -B "${work}/consumer" "-DCMAKE_PREFIX_PATH=${prefix}"
-    -DCMAKE_BUILD_TYPE=Release)
+    -DCMAKE_BUILD_TYPE=Release ${cross})
 run("build" "${CMAKE_COMMAND}" --build "${work}/consumer")
-run("run" "${work}/consumer/consumer${EXE_SUFFIX}")
+run("run" ${EMULATOR} "${work}/consumer/consumer${EXE_SUFFIX}")
 file(REMOVE_RECURSE "${work}")

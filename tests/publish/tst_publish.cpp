@@ -193,7 +193,7 @@ private slots:
     void initTestCase()
     {
         // The merge stage's diff tool on this system is built beside the programs.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + ':' + qgetenv("PATH"));
+        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
     }
 
     void parsesCommandLine_data()
@@ -306,10 +306,21 @@ private slots:
             QDir(game).removeRecursively();
             QVERIFY(TestFiles::writeTree(game, versionFiles(entry.fromVersion.right(1).toInt())));
             merge(package, game, temp.filePath("merge"));
-            // The file renamed by letter case keeps its old name beside the new one on a case-sensitive disk.
+            // The file renamed by letter case keeps its old name beside the new one on a case-sensitive
+            // disk; on Windows it is one file, whose name keeps the letter case it had.
             QMap<QString, QString> result = TestFiles::md5Tree(game);
+#ifdef Q_OS_WIN
+            const auto lowerCaseNames = [](const QMap<QString, QString>& tree) {
+                QMap<QString, QString> lower;
+                for (auto it = tree.cbegin(); it != tree.cend(); ++it)
+                    lower.insert(it.key().toLower(), it.value());
+                return lower;
+            };
+            QCOMPARE(lowerCaseNames(result), lowerCaseNames(TestFiles::md5Tree(newFiles)));
+#else
             result.remove("Case/Name.TXT");
             QCOMPARE(result, TestFiles::md5Tree(newFiles));
+#endif
         }
         QCOMPARE(packages,
             QStringList({ "1.0.0.1->1.0.0.2: del Old/gone.bin; new New/added.bin,case/name.txt,tiny.cfg; "
@@ -424,6 +435,16 @@ private slots:
         QFETCH(QString, special);
         QFETCH(int, code);
         QFETCH(QString, message);
+#ifdef Q_OS_WIN
+        const QMap<QString, QString> notOnWindows { { "link",
+                                                        "a link needs rights a player's account lacks" },
+            { "unreadable file", "permission bits do not make a file unreadable" },
+            { "letter-case twins", "the file system folds letter case" },
+            { "bar in a name",
+                "a name cannot hold \"|\"" } };
+        if (notOnWindows.contains(QTest::currentDataTag()))
+            QSKIP(qPrintable("on Windows " + notOnWindows.value(QTest::currentDataTag())));
+#endif
         QTemporaryDir temp;
         const QString versions = temp.filePath("versions"), parent = temp.filePath("public");
         const QString root = parent + "/channel";

@@ -399,9 +399,25 @@ Outcome Publisher::writeDocuments(const Morvantix::GuideManifestInfo& guide)
         stagedPath(QStringLiteral("manifest.txt")), Morvantix::WriteGuideManifest(guide));
 }
 
+bool Publisher::removeWorkFolder() const
+{
+#ifdef Q_OS_WIN
+    // 7-Zip ran in a package folder there; a process's current folder cannot be removed until the
+    // system has closed it, which may come a moment after the process is seen to end.
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        if (QDir(m_workDir).removeRecursively())
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
+#else
+    return QDir(m_workDir).removeRecursively();
+#endif
+}
+
 Outcome Publisher::moveIntoPlace()
 {
-    if (!QDir(m_workDir).removeRecursively())
+    if (!removeWorkFolder())
         return outputFailure(QStringLiteral("cannot remove %1").arg(m_workDir));
     QString aside;
     if (QFileInfo::exists(m_outputDir)) {

@@ -53,6 +53,7 @@ private:
         Morvantix::PatchEntry& entry);
     Outcome writeDocuments(const Morvantix::GuideManifestInfo& guide);
     Outcome moveIntoPlace();
+    bool removeWorkFolder() const;
 
     QString stagedPath(const QString& rel) const;
     std::function<void(qint64)> byteProgress(qint64 total);
