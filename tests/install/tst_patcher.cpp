@@ -1,6 +1,7 @@
 #include "CallbackRecorder.h"
 #include "ScopedTimeDivisor.h"
 #include "ScriptedTool.h"
+#include "SearchPath.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
@@ -13,7 +14,6 @@
 #include "install/PatchTexts.h"
 
 #include <QProcess>
-#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -66,7 +66,7 @@ private slots:
     void initTestCase()
     {
         // The real diff tool is found on the search path whenever no scripted one sits beside the tests.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
+        SearchPath::prepend(CORE_TOOL_DIR);
     }
     void init()
     {
@@ -144,10 +144,7 @@ private slots:
         for (int code : exitCodes)
             steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 20000 : 0 });
         std::unique_ptr<ScriptedTool> tool(steps.isEmpty() ? nullptr : new ScriptedTool("hpatchz", steps));
-        const QByteArray searchPath = qgetenv("PATH");
-        const auto restorePath = qScopeGuard([&] { qputenv("PATH", searchPath); });
-        if (!tool)
-            qputenv("PATH", "/nonexistent");
+        const SearchPath searchPath(tool ? qgetenv("PATH") : SearchPath::none());
         // The 30 min wait becomes 3 s: room for a start of the stand-in under Wine, which loads Qt.
         ScopedTimeDivisor shortWait(600);
         start(true, twist == "skip");

@@ -1,5 +1,6 @@
 #include "../planning/PlanningTestSupport.h"
 #include "CallbackRecorder.h"
+#include "SearchPath.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
@@ -193,7 +194,7 @@ private slots:
     void initTestCase()
     {
         // The merge stage's diff tool on this system is built beside the programs.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
+        SearchPath::prepend(CORE_TOOL_DIR);
     }
 
     void parsesCommandLine_data()
