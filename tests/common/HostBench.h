@@ -1,7 +1,7 @@
 #pragma once
 
 #include "NginxServer.h"
-#include "SearchPath.h"
+#include "ToolSearchPath.h"
 
 #include <QDir>
 #include <QFile>
@@ -41,13 +41,13 @@ public:
         : m_work(QStringLiteral("/tmp/core-%1-XXXXXX").arg(name))
         , m_bin(binDir)
     {
-        SearchPath::prepend(binDir);
+        ToolSearchPath::prepend(binDir);
     }
 
     // A built program of the platform under test: ".exe" added on Windows.
     static QString executable(const QString& folder, const QString& name)
     {
-        return folder + '/' + name + SearchPath::executableSuffix();
+        return folder + '/' + name + ToolSearchPath::executableSuffix();
     }
     // nginx is there and so is the publisher that makes the channels.
     static bool canRun(const QString& publisher)

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "SearchPath.h"
 #include "TestFiles.h"
+#include "ToolSearchPath.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -30,7 +30,7 @@ public:
         : ScriptedTool(QCoreApplication::applicationDirPath(), name, steps)
     { }
     ScriptedTool(const QString& folder, const QString& name, const QVector<Step>& steps)
-        : m_path(folder + '/' + name + SearchPath::executableSuffix())
+        : m_path(folder + '/' + name + ToolSearchPath::executableSuffix())
     {
         for (int i = 1; i <= steps.size(); ++i) {
             const Step& step = steps.at(i - 1);

@@ -1,9 +1,9 @@
 #include "CallbackRecorder.h"
 #include "ScopedTimeDivisor.h"
 #include "ScriptedTool.h"
-#include "SearchPath.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "ToolSearchPath.h"
 
 #include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
@@ -66,7 +66,7 @@ private slots:
     void initTestCase()
     {
         // The real diff tool is found on the search path whenever no scripted one sits beside the tests.
-        SearchPath::prepend(CORE_TOOL_DIR);
+        ToolSearchPath::prepend(CORE_TOOL_DIR);
     }
     void init()
     {
@@ -144,7 +144,7 @@ private slots:
         for (int code : exitCodes)
             steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 20000 : 0 });
         std::unique_ptr<ScriptedTool> tool(steps.isEmpty() ? nullptr : new ScriptedTool("hpatchz", steps));
-        const SearchPath searchPath(tool ? qgetenv("PATH") : SearchPath::none());
+        const ToolSearchPath searchPath(tool ? qgetenv("PATH") : ToolSearchPath::none());
         // The 30 min wait becomes 3 s: room for a start of the stand-in under Wine, which loads Qt.
         ScopedTimeDivisor shortWait(600);
         start(true, twist == "skip");

@@ -1,9 +1,9 @@
 #include "CallbackRecorder.h"
 #include "LogLines.h"
 #include "ScriptedTool.h"
-#include "SearchPath.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "ToolSearchPath.h"
 
 #include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
@@ -208,7 +208,7 @@ private slots:
         std::unique_ptr<ScriptedTool> tool;
         if (row.exitCode >= 0) // the sleep makes the output a burst read while the tool runs
             tool.reset(new ScriptedTool("7z", { { row.exitCode, row.output, row.error, 300 } }));
-        const SearchPath searchPath(tool ? qgetenv("PATH") : SearchPath::none());
+        const ToolSearchPath searchPath(tool ? qgetenv("PATH") : ToolSearchPath::none());
         QStringList archives;
         for (int i = 0; i < row.archives; ++i)
             archives << dir.filePath(QString("p%1.7z").arg(i));

@@ -1,8 +1,8 @@
 #include "../planning/PlanningTestSupport.h"
 #include "CallbackRecorder.h"
-#include "SearchPath.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "ToolSearchPath.h"
 
 #include "Archiver.h"
 #include "CommandLine.h"
@@ -194,7 +194,7 @@ private slots:
     void initTestCase()
     {
         // The merge stage's diff tool on this system is built beside the programs.
-        SearchPath::prepend(CORE_TOOL_DIR);
+        ToolSearchPath::prepend(CORE_TOOL_DIR);
     }
 
     void parsesCommandLine_data()

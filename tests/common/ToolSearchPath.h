@@ -5,13 +5,13 @@
 
 // The program search path, where the library looks for an external tool not found beside the
 // program. An object sets it for one test body and restores it afterwards.
-class SearchPath
+class ToolSearchPath
 {
 public:
-    explicit SearchPath(const QByteArray& path) { qputenv("PATH", path); }
-    ~SearchPath() { qputenv("PATH", m_previous); }
-    SearchPath(const SearchPath&) = delete;
-    SearchPath& operator=(const SearchPath&) = delete;
+    explicit ToolSearchPath(const QByteArray& path) { qputenv("PATH", path); }
+    ~ToolSearchPath() { qputenv("PATH", m_previous); }
+    ToolSearchPath(const ToolSearchPath&) = delete;
+    ToolSearchPath& operator=(const ToolSearchPath&) = delete;
 
     // For the whole run: the built tools in folder are found before any installed ones.
     static void prepend(const QString& folder)
