@@ -1,13 +1,11 @@
-#include "CallbackRecorder.h"
+#include "InstallStages.h"
 #include "ScopedTimeDivisor.h"
 #include "ScriptedTool.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
 #include "ToolSearchPath.h"
 
-#include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
-#include "core/PatchComponent.h"
 #include "delta/Encoder.h"
 #include "install/ExternalTools.h"
 #include "install/PatchInfo.h"
@@ -29,11 +27,6 @@ namespace {
 // Listed in the patch info file but left out of the package.
 const QByteArray kNotInPackage = "<not in package>";
 const QString kPak = QStringLiteral("Game/Paks/a.pak");
-
-bool isEnd(const PatcherCallbackInfo& info)
-{
-    return info.bComplete || info.bError;
-}
 
 bool diffEncode(const QString& oldPath, const QString& newPath, const QString& diffPath)
 {
@@ -71,10 +64,8 @@ private slots:
     void init()
     {
         m_dir.reset(new QTemporaryDir);
-        m_recorder = CallbackRecorder<PatcherCallbackInfo>(isEnd);
-        GetPatchComponent()->RegistCallbackFunc(m_recorder.callback());
+        m_recorder = CallbackRecorder<PatcherCallbackInfo>(InstallStages::mergeEnded);
     }
-    void cleanup() { GetPatchComponent()->RegistCallbackFunc(nullptr); }
 
     // A 50 MB pak, larger than the tool's 1 MB stream cache: a tool killed half-way leaves the old game
     // as it was, and the merge then applies the whole package.
@@ -338,19 +329,12 @@ private:
 
     void start(bool merge, bool skipDiffMerge = false)
     {
-        auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-        ctx->m_bLimitSpeed = merge;
-        ctx->m_bSkipDiffMerge = skipDiffMerge;
-        ctx->m_patchFolder = path("pkg");
-        ctx->m_mergeTargetPath = path("game");
-        ctx->m_mergeTempPath = path("temp");
-        GetPatchComponent()->StartApplyPatch(*ctx);
-        QVERIFY(m_recorder.waitForEnd(60000));
-        QCOMPARE(m_recorder.endings(), 1);
+        QVERIFY(
+            InstallStages::merge(m_recorder, path("pkg"), path("game"), path("temp"), merge, skipDiffMerge));
     }
 
     std::unique_ptr<QTemporaryDir> m_dir;
-    CallbackRecorder<PatcherCallbackInfo> m_recorder { isEnd };
+    CallbackRecorder<PatcherCallbackInfo> m_recorder { InstallStages::mergeEnded };
 };
 
 CORE_TEST_CLASS(TestPatcher)
