@@ -26,16 +26,20 @@ public:
     ToolProcess()
     {
 #ifdef Q_OS_WIN
-        // Console events go to the process group; a group of its own keeps Ctrl-C from the tool.
-        setCreateProcessArgumentsModifier(
-            [](QProcess::CreateProcessArguments* args) { args->flags |= CREATE_NEW_PROCESS_GROUP; });
+        // Console events go to the process group; a group of its own keeps Ctrl-C from the tool. It
+        // starts suspended, so that it runs no instruction before it belongs to the host's job.
+        setCreateProcessArgumentsModifier([this](QProcess::CreateProcessArguments* args) {
+            args->flags |= CREATE_NEW_PROCESS_GROUP | CREATE_SUSPENDED;
+            m_created = args->processInformation;
+        });
 #else
         m_parentPid = ::getpid();
 #endif
     }
 
-    // Called once the tool runs: on Windows it joins the job that dies with the host.
-    void bindToHost()
+    // Called once the tool is started: on Windows it joins the job that dies with the host, and only
+    // then runs. False when it cannot be let run.
+    bool bindToHost()
     {
 #ifdef Q_OS_WIN
         static HANDLE job = [] {
@@ -46,17 +50,20 @@ public:
                 SetInformationJobObject(handle, JobObjectExtendedLimitInformation, &limits, sizeof(limits));
             return handle;
         }();
-        const qint64 pid = processId();
-        HANDLE process = OpenProcess(PROCESS_SET_QUOTA | PROCESS_TERMINATE, FALSE, DWORD(pid));
-        if (job && process)
-            AssignProcessToJobObject(job, process);
-        if (process)
-            CloseHandle(process);
+        if (job)
+            AssignProcessToJobObject(job, m_created->hProcess);
+        return ResumeThread(m_created->hThread) != DWORD(-1);
+#else
+        return true;
 #endif
     }
 
+#ifdef Q_OS_WIN
+private:
+    // Filled by CreateProcess with the tool's handles, which QProcess keeps while the tool lives.
+    const PROCESS_INFORMATION* m_created = nullptr;
+#else
 protected:
-#ifndef Q_OS_WIN
     // Runs in the child between fork and exec: only async-signal-safe calls.
     void setupChildProcess() override
     {
@@ -102,7 +109,11 @@ Result Run(const Request& request)
         result.startError = process.errorString();
         return result;
     }
-    process.bindToHost();
+    if (!process.bindToHost()) {
+        result.startError = QStringLiteral("the program could not be resumed");
+        killAndReap(process);
+        return result;
+    }
     // Every tool runs unattended; a prompt must see end of input rather than wait for an answer.
     process.closeWriteChannel();
 

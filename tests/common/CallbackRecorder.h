@@ -35,11 +35,12 @@ public:
 
     // Registers with a component, lets start begin the job, waits for its end and unregisters again:
     // true when the job ended exactly once.
-    template <typename Component, typename Start> bool run(const Component& component, Start start)
+    template <typename Component, typename Start>
+    bool run(const Component& component, Start start, int timeoutMs = 30000)
     {
         component->RegistCallbackFunc(callback());
         start();
-        const bool ended = waitForEnd();
+        const bool ended = waitForEnd(timeoutMs);
         component->RegistCallbackFunc(nullptr);
         return ended && m_endings == 1;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "TestFiles.h"
+#include "ToolSearchPath.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -29,7 +30,7 @@ public:
         : ScriptedTool(QCoreApplication::applicationDirPath(), name, steps)
     { }
     ScriptedTool(const QString& folder, const QString& name, const QVector<Step>& steps)
-        : m_path(folder + '/' + name + executableSuffix())
+        : m_path(folder + '/' + name + ToolSearchPath::executableSuffix())
     {
         for (int i = 1; i <= steps.size(); ++i) {
             const Step& step = steps.at(i - 1);
@@ -53,23 +54,8 @@ public:
     ScriptedTool(const ScriptedTool&) = delete;
     ScriptedTool& operator=(const ScriptedTool&) = delete;
 
-    static QString executableSuffix()
-    {
-#ifdef Q_OS_WIN
-        return QStringLiteral(".exe");
-#else
-        return QString();
-#endif
-    }
-
-    QString path() const
-    {
-        return m_path;
-    }
-    int starts() const
-    {
-        return QDir(m_state.path()).entryList({ "start*" }, QDir::Files).size();
-    }
+    QString path() const { return m_path; }
+    int starts() const { return QDir(m_state.path()).entryList({ "start*" }, QDir::Files).size(); }
     QList<QStringList> arguments() const
     {
         QList<QStringList> all;

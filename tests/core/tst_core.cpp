@@ -46,100 +46,95 @@ private slots:
         QCOMPARE(GetCheckComponent(), first);
     }
 
-    void reportsUntilFirstFileInUse_data();
-    void reportsUntilFirstFileInUse();
-    void secondStartWhileRunningIsRefused();
-    void withoutCallbackNothingIsReported();
-};
-
-void TestCore::reportsUntilFirstFileInUse_data()
-{
-    QTest::addColumn<QStringList>("files"); // "name->": a link back to the folder
-    QTest::addColumn<int>("heldIndex");
-    QTest::addColumn<QList<float>>("progress");
-    QTest::addRow("second of three in use")
-        << QStringList { "a.pak", "b.pak", "c.pak" } << 1 << QList<float> { 1.0f / 3.0f };
-    QTest::addRow("none in use") << QStringList { "a.pak", "sub/b.pak", "sub/深/c.pak", "z.pak" } << -1
-                                 << QList<float> { 0.25f, 0.5f, 0.75f, 1.0f };
-    QTest::addRow("first in use") << QStringList { "a游戏.exe", "z.pak" } << 0 << QList<float>();
-    QTest::addRow("two links back to the parent") << QStringList { "a.pak", "sub/b.pak", "sub/up1->",
-        "sub/up2->" } << -1 << QList<float> { 0.5f, 1.0f };
-    QTest::addRow("empty folder") << QStringList() << -1 << QList<float>();
-    QTest::addRow("missing folder") << QStringList { "<missing>" } << -1 << QList<float>();
-}
-
-void TestCore::reportsUntilFirstFileInUse()
-{
-    QFETCH(QStringList, files);
-    QFETCH(int, heldIndex);
-    QFETCH(QList<float>, progress);
-#ifdef Q_OS_WIN
-    if (files.contains(QStringLiteral("sub/up1->")))
-        QSKIP("on Windows QFile::link makes shortcuts, not links a folder walk could follow");
-#endif
-    const QTemporaryDir dir;
-    QString folder = dir.filePath(QStringLiteral("game"));
-    QDir().mkpath(folder);
-    if (files == QStringList { QStringLiteral("<missing>") })
-        folder = dir.filePath(QStringLiteral("no/such/folder"));
-    else
-        for (const QString& name : files)
-            if (name.endsWith(QLatin1String("->")))
-                QVERIFY(QFile::link(folder, QDir(folder).filePath(name.chopped(2))));
-            else
-                QVERIFY(TestFiles::writeFile(QDir(folder).filePath(name), "x"));
-
-    // Another process holds the file, as a running game holds its own.
-    QProcess holder;
-    QString heldPath;
-    std::unique_ptr<ScriptedTool> holderProgram;
-    if (heldIndex >= 0) {
-        heldPath = QDir(folder).absoluteFilePath(files.at(heldIndex));
-        holderProgram = std::make_unique<ScriptedTool>(
-            dir.path(), "holder", QVector<ScriptedTool::Step> { { 0, {}, {}, 60000, heldPath } });
-        holder.start(holderProgram->path(), QStringList());
-        QTRY_VERIFY_WITH_TIMEOUT(holderProgram->processId(1) > 0, 10000);
+    void reportsUntilFirstFileInUse_data()
+    {
+        QTest::addColumn<QStringList>("files"); // "name->": a link back to the folder
+        QTest::addColumn<int>("heldIndex");
+        QTest::addColumn<QList<float>>("progress");
+        QTest::addRow("second of three in use")
+            << QStringList { "a.pak", "b.pak", "c.pak" } << 1 << QList<float> { 1.0f / 3.0f };
+        QTest::addRow("none in use") << QStringList { "a.pak", "sub/b.pak", "sub/深/c.pak", "z.pak" } << -1
+                                     << QList<float> { 0.25f, 0.5f, 0.75f, 1.0f };
+        QTest::addRow("first in use") << QStringList { "a游戏.exe", "z.pak" } << 0 << QList<float>();
+        QTest::addRow("two links back to the parent") << QStringList { "a.pak", "sub/b.pak", "sub/up1->",
+            "sub/up2->" } << -1 << QList<float> { 0.5f, 1.0f };
+        QTest::addRow("empty folder") << QStringList() << -1 << QList<float>();
+        QTest::addRow("missing folder") << QStringList { "<missing>" } << -1 << QList<float>();
     }
-    CallbackRecorder<CheckCallbackInfo> recorder;
-    QVERIFY(recorder.run(GetCheckComponent(), [&] { start(folder); }));
-    holder.kill();
-    holder.waitForFinished();
+    void reportsUntilFirstFileInUse()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(int, heldIndex);
+        QFETCH(QList<float>, progress);
+#ifdef Q_OS_WIN
+        if (files.contains(QStringLiteral("sub/up1->")))
+            QSKIP("on Windows QFile::link makes shortcuts, not links a folder walk could follow");
+#endif
+        const QTemporaryDir dir;
+        QString folder = dir.filePath(QStringLiteral("game"));
+        QDir().mkpath(folder);
+        if (files == QStringList { QStringLiteral("<missing>") })
+            folder = dir.filePath(QStringLiteral("no/such/folder"));
+        else
+            for (const QString& name : files)
+                if (name.endsWith(QLatin1String("->")))
+                    QVERIFY(QFile::link(folder, QDir(folder).filePath(name.chopped(2))));
+                else
+                    QVERIFY(TestFiles::writeFile(QDir(folder).filePath(name), "x"));
 
-    QCOMPARE(recorder.progress(&CheckCallbackInfo::percent), progress);
-    QVERIFY(recorder.last().bComplete);
-    QCOMPARE(recorder.last().bError, heldIndex >= 0);
-    QCOMPARE(recorder.last().errorPath, heldPath.isEmpty() ? QString("") : heldPath);
-    QVERIFY(!recorder.last().errorPath.isNull());
-}
+        // Another process holds the file, as a running game holds its own.
+        QProcess holder;
+        QString heldPath;
+        std::unique_ptr<ScriptedTool> holderProgram;
+        if (heldIndex >= 0) {
+            heldPath = QDir(folder).absoluteFilePath(files.at(heldIndex));
+            holderProgram = std::make_unique<ScriptedTool>(
+                dir.path(), "holder", QVector<ScriptedTool::Step> { { 0, {}, {}, 60000, heldPath } });
+            holder.start(holderProgram->path(), QStringList());
+            QTRY_VERIFY_WITH_TIMEOUT(holderProgram->processId(1) > 0, 10000);
+        }
+        CallbackRecorder<CheckCallbackInfo> recorder;
+        QVERIFY(recorder.run(GetCheckComponent(), [&] { start(folder); }));
+        holder.kill();
+        holder.waitForFinished();
 
-void TestCore::secondStartWhileRunningIsRefused()
-{
-    const QTemporaryDir dir;
-    for (int i = 0; i < 400; ++i)
-        QVERIFY(TestFiles::writeFile(dir.filePath(QStringLiteral("many/f%1.bin").arg(i)), "x"));
-    const LogLines log;
-    CallbackRecorder<CheckCallbackInfo> recorder;
-    // The running job goes on with its own folder and ends once.
-    QVERIFY(recorder.run(GetCheckComponent(), [&] {
-        start(dir.filePath(QStringLiteral("many")));
-        start(dir.filePath(QStringLiteral("elsewhere")));
-    }));
-    QVERIFY(log.all().contains(QStringLiteral("[Verifyer]:m_VerifyThread->isRunning")));
-    QCOMPARE(recorder.reports().size(), 401);
-    QCOMPARE(recorder.reports().at(399).percent, 1.0f);
-}
+        QCOMPARE(recorder.progress(&CheckCallbackInfo::percent), progress);
+        QVERIFY(recorder.last().bComplete);
+        QCOMPARE(recorder.last().bError, heldIndex >= 0);
+        QCOMPARE(recorder.last().errorPath, heldPath.isEmpty() ? QString("") : heldPath);
+        QVERIFY(!recorder.last().errorPath.isNull());
+    }
 
-void TestCore::withoutCallbackNothingIsReported()
-{
-    const QTemporaryDir dir;
-    QVERIFY(TestFiles::writeTree(dir.path(), { { "a.bin", "x" }, { "b.bin", "x" } }));
-    GetCheckComponent()->RegistCallbackFunc(nullptr);
-    QSignalSpy completed(Checker::GetInstance()->findChild<CheckerThread*>(), &CheckerThread::CheckComplete);
-    QVERIFY(completed.isValid());
-    start(dir.path());
-    QVERIFY(completed.wait(10000));
-    QTest::qWait(50); // a report to no callback would end the program here
-}
+    void secondStartWhileRunningIsRefused()
+    {
+        const QTemporaryDir dir;
+        for (int i = 0; i < 400; ++i)
+            QVERIFY(TestFiles::writeFile(dir.filePath(QStringLiteral("many/f%1.bin").arg(i)), "x"));
+        const LogLines log;
+        CallbackRecorder<CheckCallbackInfo> recorder;
+        // The running job goes on with its own folder and ends once.
+        QVERIFY(recorder.run(GetCheckComponent(), [&] {
+            start(dir.filePath(QStringLiteral("many")));
+            start(dir.filePath(QStringLiteral("elsewhere")));
+        }));
+        QVERIFY(log.all().contains(QStringLiteral("[Verifyer]:m_VerifyThread->isRunning")));
+        QCOMPARE(recorder.reports().size(), 401);
+        QCOMPARE(recorder.reports().at(399).percent, 1.0f);
+    }
+
+    void withoutCallbackNothingIsReported()
+    {
+        const QTemporaryDir dir;
+        QVERIFY(TestFiles::writeTree(dir.path(), { { "a.bin", "x" }, { "b.bin", "x" } }));
+        GetCheckComponent()->RegistCallbackFunc(nullptr);
+        QSignalSpy completed(
+            Checker::GetInstance()->findChild<CheckerThread*>(), &CheckerThread::CheckComplete);
+        QVERIFY(completed.isValid());
+        start(dir.path());
+        QVERIFY(completed.wait(10000));
+        QTest::qWait(50); // a report to no callback would end the program here
+    }
+};
 
 CORE_TEST_CLASS(TestCore)
 #include "tst_core.moc"

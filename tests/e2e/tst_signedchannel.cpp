@@ -1,7 +1,6 @@
 #include "ChannelSigner.h"
-#include "HostProcess.h"
+#include "HostBench.h"
 #include "KeyFile.h"
-#include "NginxServer.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
 #include "files/QFileUtils.h"
@@ -20,6 +19,7 @@
 namespace {
 
 const QString kBin = QStringLiteral(CORE_BIN_DIR);
+const QString kPublisher = HostBench::executable(kBin, "core-publish");
 using Morvantix::ChannelTrust;
 using TestFiles::md5Tree;
 using TestFiles::patternBytes;
@@ -36,7 +36,7 @@ TestFiles::Tree game(int n)
     return files;
 }
 
-using HostProcess::Run;
+using Run = HostBench::Run;
 
 // Each row's changes to a copy of channel "two".
 enum class Attack
@@ -63,10 +63,9 @@ class TestSignedChannel : public QObject
 private slots:
     void initTestCase()
     {
-        if (NginxServer::program().isEmpty() || !QFile::exists(HostProcess::executable(kBin, "core-publish")))
+        if (!HostBench::canRun(kPublisher))
             QSKIP("needs nginx and core-publish");
-        qputenv("PATH", QFile::encodeName(kBin) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
-        const QString root = m_work.path();
+        const QString root = m_bench.work();
         QCOMPARE(publish({ "--generate-key", key() }), 0);
         QCOMPARE(publish({ "--generate-key", root + "/other.key" }), 0);
         QVERIFY(Publish::KeyFile::ReadSecretKey(key(), m_secret).ok());
@@ -85,43 +84,37 @@ private slots:
         QCOMPARE(publish({ root + "/two", www("two"), "--sign", key(), "--expires", "5" }), 0);
         QVERIFY(Publish::ChannelSigner::PublishedSerial(www("two"))
             > Publish::ChannelSigner::PublishedSerial(root + "/old"));
-        m_nginx = std::make_unique<NginxServer>(root + "/www");
-        QVERIFY(m_nginx->isRunning());
+        QVERIFY(m_bench.serve());
     }
 
-    void init()
-    {
-        m_case = HostProcess::newCase(kBin);
-        QVERIFY(m_case);
-        m_nginx->clearAccessLog();
-    }
+    void init() { QVERIFY(m_bench.newCase()); }
 
     void installsUpdatesVerifiesAndRepairs()
     {
-        QCOMPARE(runHost("install", "one", { "--trust", key() + ".pub" }).exitCode, 0);
-        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(1)));
-        m_nginx->clearAccessLog();
+        QCOMPARE(m_bench.run("install", "one", { "--trust", key() + ".pub" }).exitCode, 0);
+        QCOMPARE(md5Tree(m_bench.game()), md5Tree(game(1)));
+        m_bench.server().clearAccessLog();
         // The key is pinned in the settings: later runs need no --trust.
-        const Run update = runHost("update", "two");
+        const Run update = m_bench.run("update", "two");
         QCOMPARE(update.exitCode, 0);
         QCOMPARE(update.last["result"]["outcome"].toString(), "updated");
-        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(2)));
-        QCOMPARE(packageRequests(), QStringList { "/two/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z" });
+        QCOMPARE(md5Tree(m_bench.game()), md5Tree(game(2)));
+        QCOMPARE(m_bench.packageRequests(), QStringList { "/two/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z" });
         QVERIFY(update.notices.filter("not verified").isEmpty());
 
-        QVERIFY(TestFiles::writeFile(gameFolder() + "/文件/说明.txt", "damaged"));
-        QCOMPARE(runHost("verify", "two").exitCode, 3);
-        QCOMPARE(runHost("repair", "two").exitCode, 0);
-        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(2)));
-        QCOMPARE(runHost("verify", "two").exitCode, 0);
+        QVERIFY(TestFiles::writeFile(m_bench.game() + "/文件/说明.txt", "damaged"));
+        QCOMPARE(m_bench.run("verify", "two").exitCode, 3);
+        QCOMPARE(m_bench.run("repair", "two").exitCode, 0);
+        QCOMPARE(md5Tree(m_bench.game()), md5Tree(game(2)));
+        QCOMPARE(m_bench.run("verify", "two").exitCode, 0);
     }
 
     void withoutKeySaysSoOnce()
     {
-        const Run run = runHost("install", "two");
+        const Run run = m_bench.run("install", "two");
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.notices.filter("the channel is not verified").size(), 1);
-        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(2)));
+        QCOMPARE(md5Tree(m_bench.game()), md5Tree(game(2)));
     }
 
     void refusesAttack_data()
@@ -145,41 +138,34 @@ private slots:
     {
         QFETCH(Attack, attack);
         QFETCH(QString, named);
-        QCOMPARE(runHost("install", "one", { "--trust", key() + ".pub" }).exitCode, 0);
-        const QString settingsFile = m_case->path() + "/app/config.ini";
+        QCOMPARE(m_bench.run("install", "one", { "--trust", key() + ".pub" }).exitCode, 0);
+        const QString settingsFile = m_bench.settingsFile();
         const QByteArray settings = TestFiles::readFile(settingsFile);
         QVERIFY(settings.contains(ChannelTrust::SerialKey().toLatin1()));
         makeEvilChannel(attack);
-        m_nginx->clearAccessLog();
+        m_bench.server().clearAccessLog();
 
-        const Run run = runHost("update", "evil");
+        const Run run = m_bench.run("update", "evil");
         QCOMPARE(run.exitCode, 10);
         QCOMPARE(run.last["error"]["stage"].toString(), "trust");
         QVERIFY2(run.last["error"]["text"].toString().contains(named),
             qPrintable(run.last["error"]["text"].toString()));
-        QCOMPARE(md5Tree(gameFolder()), md5Tree(game(1)));
+        QCOMPARE(md5Tree(m_bench.game()), md5Tree(game(1)));
         QCOMPARE(TestFiles::readFile(settingsFile), settings);
         // Only a package whose documents passed is fetched at all, and never past its listed size.
         const QString patch = "/evil/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z";
         const QStringList expected
             = attack == Attack::EndlessPackage ? QStringList { patch, patch } : QStringList();
-        QCOMPARE(packageRequests(), expected);
-        QDirIterator cached(m_case->path() + "/install/MorvantixCache", { "*.7z*" }, QDir::Files,
-            QDirIterator::Subdirectories);
+        QCOMPARE(m_bench.packageRequests(), expected);
+        QDirIterator cached(
+            m_bench.installDir() + "/MorvantixCache", { "*.7z*" }, QDir::Files, QDirIterator::Subdirectories);
         QVERIFY(!cached.hasNext());
     }
 
 private:
-    QString key() const { return m_work.path() + "/studio.key"; }
-    QString www(const QString& channel) const { return m_work.path() + "/www/" + channel; }
-    QString gameFolder() const { return m_case->path() + "/install/MorvantixGame"; }
-
-    int publish(const QStringList& arguments)
-    {
-        QProcess publisher;
-        publisher.start(HostProcess::executable(kBin, "core-publish"), arguments);
-        return publisher.waitForFinished(120000) ? publisher.exitCode() : -1;
-    }
+    QString key() const { return m_bench.work() + "/studio.key"; }
+    QString www(const QString& channel) const { return m_bench.www(channel); }
+    static int publish(const QStringList& arguments) { return HostBench::publish(kPublisher, arguments); }
 
     // Signs evil's files the way the publisher does, with another key or another clock.
     void resign(const QByteArray& secret, const QDateTime& now)
@@ -219,7 +205,7 @@ private:
         case Attack::Rollback:
             for (const QString name : { "channel.json", "channel.json.sig" })
                 QVERIFY(TestFiles::writeFile(
-                    evil + '/' + name, TestFiles::readFile(m_work.path() + "/old/" + name)));
+                    evil + '/' + name, TestFiles::readFile(m_bench.work() + "/old/" + name)));
             break;
         case Attack::Freeze:
             resign(m_secret, QDateTime::currentDateTimeUtc().addDays(-31));
@@ -247,18 +233,9 @@ private:
         }
     }
 
-    Run runHost(const QString& command, const QString& channel, const QStringList& extra = {})
-    {
-        return HostProcess::finish(
-            *HostProcess::start(m_case->path(), command, m_nginx->url(channel), extra));
-    }
-    QStringList packageRequests() const { return HostProcess::packageRequests(m_nginx->accessLog()); }
-
-    QTemporaryDir m_work { QStringLiteral("/tmp/core-signed-XXXXXX") }; // where nginx can read it
+    HostBench m_bench { "signed", kBin };
     QByteArray m_secret;
     QByteArray m_otherSecret;
-    std::unique_ptr<NginxServer> m_nginx;
-    std::unique_ptr<QTemporaryDir> m_case;
 };
 
 CORE_TEST_CLASS(TestSignedChannel)

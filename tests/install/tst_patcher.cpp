@@ -1,19 +1,17 @@
-#include "CallbackRecorder.h"
+#include "InstallStages.h"
 #include "ScopedTimeDivisor.h"
 #include "ScriptedTool.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "ToolSearchPath.h"
 
-#include "core/ComponentAccessors.h"
 #include "core/CoreSystem.h"
-#include "core/PatchComponent.h"
 #include "delta/Encoder.h"
 #include "install/ExternalTools.h"
 #include "install/PatchInfo.h"
 #include "install/PatchTexts.h"
 
 #include <QProcess>
-#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -29,11 +27,6 @@ namespace {
 // Listed in the patch info file but left out of the package.
 const QByteArray kNotInPackage = "<not in package>";
 const QString kPak = QStringLiteral("Game/Paks/a.pak");
-
-bool isEnd(const PatcherCallbackInfo& info)
-{
-    return info.bComplete || info.bError;
-}
 
 bool diffEncode(const QString& oldPath, const QString& newPath, const QString& diffPath)
 {
@@ -66,15 +59,13 @@ private slots:
     void initTestCase()
     {
         // The real diff tool is found on the search path whenever no scripted one sits beside the tests.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
+        ToolSearchPath::prepend(CORE_TOOL_DIR);
     }
     void init()
     {
         m_dir.reset(new QTemporaryDir);
-        m_recorder = CallbackRecorder<PatcherCallbackInfo>(isEnd);
-        GetPatchComponent()->RegistCallbackFunc(m_recorder.callback());
+        m_recorder = CallbackRecorder<PatcherCallbackInfo>(InstallStages::mergeEnded);
     }
-    void cleanup() { GetPatchComponent()->RegistCallbackFunc(nullptr); }
 
     // A 50 MB pak, larger than the tool's 1 MB stream cache: a tool killed half-way leaves the old game
     // as it was, and the merge then applies the whole package.
@@ -144,10 +135,7 @@ private slots:
         for (int code : exitCodes)
             steps.append({ qMax(code, 0), "patched\n", "some trouble\n", code < 0 ? 20000 : 0 });
         std::unique_ptr<ScriptedTool> tool(steps.isEmpty() ? nullptr : new ScriptedTool("hpatchz", steps));
-        const QByteArray searchPath = qgetenv("PATH");
-        const auto restorePath = qScopeGuard([&] { qputenv("PATH", searchPath); });
-        if (!tool)
-            qputenv("PATH", "/nonexistent");
+        const ToolSearchPath searchPath(tool ? qgetenv("PATH") : ToolSearchPath::none());
         // The 30 min wait becomes 3 s: room for a start of the stand-in under Wine, which loads Qt.
         ScopedTimeDivisor shortWait(600);
         start(true, twist == "skip");
@@ -341,19 +329,12 @@ private:
 
     void start(bool merge, bool skipDiffMerge = false)
     {
-        auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-        ctx->m_bLimitSpeed = merge;
-        ctx->m_bSkipDiffMerge = skipDiffMerge;
-        ctx->m_patchFolder = path("pkg");
-        ctx->m_mergeTargetPath = path("game");
-        ctx->m_mergeTempPath = path("temp");
-        GetPatchComponent()->StartApplyPatch(*ctx);
-        QVERIFY(m_recorder.waitForEnd(60000));
-        QCOMPARE(m_recorder.endings(), 1);
+        QVERIFY(
+            InstallStages::merge(m_recorder, path("pkg"), path("game"), path("temp"), merge, skipDiffMerge));
     }
 
     std::unique_ptr<QTemporaryDir> m_dir;
-    CallbackRecorder<PatcherCallbackInfo> m_recorder { isEnd };
+    CallbackRecorder<PatcherCallbackInfo> m_recorder { InstallStages::mergeEnded };
 };
 
 CORE_TEST_CLASS(TestPatcher)

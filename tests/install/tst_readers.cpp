@@ -34,38 +34,35 @@ private slots:
         QTest::addColumn<bool>("patchInfo");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
-        QTest::addRow("four fields") << false << "a.pak|abc|12|x"
-                                     << "a.pak|abc|12";
-        QTest::addRow("two fields, one field") << false << "x.bin|abc\ny"
-                                               << "x.bin|abc|0\ny||0";
-        QTest::addRow("sizes: 2^64-1, 2^64, -1, unit")
-            << false << "a||18446744073709551615\nb||18446744073709551616\nc||-1\nd||12kb"
-            << "a||18446744073709551615\nb||0\nc||0\nd||0";
-        QTest::addRow("blanks folded, not trimmed") << false << "\t a \t b.pak |abc|  7 \r"
-                                                    << "a b.pak |abc|7";
-        QTest::addRow("blank lines skipped") << false << "\n  \n\t\r\n游戏/存档.pak|1|2\r\n\n"
-                                             << "游戏/存档.pak|1|2";
-        QTest::addRow("last line wins, sorted by path") << false << "b|1|1\na|1|1\na|2|2"
-                                                        << "a|2|2\nb|1|1";
+        const auto row = [](const char* name, bool patchInfo, const char* text, const char* expected) {
+            QTest::newRow(name) << patchInfo << QString::fromUtf8(text) << QString::fromUtf8(expected);
+        };
+        row("four fields", false, "a.pak|abc|12|x", "a.pak|abc|12");
+        row("two fields, one field", false, "x.bin|abc\ny", "x.bin|abc|0\ny||0");
+        row("sizes: 2^64-1, 2^64, -1, unit", false,
+            "a||18446744073709551615\nb||18446744073709551616\nc||-1\nd||12kb",
+            "a||18446744073709551615\nb||0\nc||0\nd||0");
+        row("blanks folded, not trimmed", false, "\t a \t b.pak |abc|  7 \r", "a b.pak |abc|7");
+        row("blank lines skipped", false, "\n  \n\t\r\n游戏/存档.pak|1|2\r\n\n", "游戏/存档.pak|1|2");
+        row("last line wins, sorted by path", false, "b|1|1\na|1|1\na|2|2", "a|2|2\nb|1|1");
 
-        QTest::addRow("patch: deleted and added under another case")
-            << true << "--del_file--\nData/A.PAK|1|1\n--new_file--\ndata/a.pak|2|2"
-            << "--del_file--\n--new_file--\ndata/a.pak|2|2\n--patch_file--\n";
-        QTest::addRow("patch: added first, two spellings deleted")
-            << true << "--new_file--\nA|2|2\n--del_file--\na|1|1\nA|1|1\nb|1|1"
-            << "--del_file--\nb|1|1\n--new_file--\nA|2|2\n--patch_file--\n";
-        QTest::addRow("patch: a changed file does not cancel a delete")
-            << true << "--del_file--\nx|1|1\n--patch_file--\nx|2|2"
-            << "--del_file--\nx|1|1\n--new_file--\n--patch_file--\nx|2|2\n";
-        QTest::addRow("patch: lines before the first marker dropped")
-            << true << "a|1|1\nb\n--new_file--\nc|1|1"
-            << "--del_file--\n--new_file--\nc|1|1\n--patch_file--\n";
-        QTest::addRow("patch: marker with blanks, marker in other case")
-            << true << "  --new_file--\t\r\n--DEL_FILE--\nx.bin|abc"
-            << "--del_file--\n--new_file--\n--DEL_FILE--||0\nx.bin|abc|0\n--patch_file--\n";
-        QTest::addRow("patch: two patch sections, last line wins")
-            << true << "--patch_file--\na|1|1\n--new_file--\nb|1|1\n--patch_file--\nc|1|1\na|9|9"
-            << "--del_file--\n--new_file--\nb|1|1\n--patch_file--\na|9|9\nc|1|1\n";
+        row("patch: deleted and added under another case", true,
+            "--del_file--\nData/A.PAK|1|1\n--new_file--\ndata/a.pak|2|2",
+            "--del_file--\n--new_file--\ndata/a.pak|2|2\n--patch_file--\n");
+        row("patch: added first, two spellings deleted", true,
+            "--new_file--\nA|2|2\n--del_file--\na|1|1\nA|1|1\nb|1|1",
+            "--del_file--\nb|1|1\n--new_file--\nA|2|2\n--patch_file--\n");
+        row("patch: a changed file does not cancel a delete", true,
+            "--del_file--\nx|1|1\n--patch_file--\nx|2|2",
+            "--del_file--\nx|1|1\n--new_file--\n--patch_file--\nx|2|2\n");
+        row("patch: lines before the first marker dropped", true, "a|1|1\nb\n--new_file--\nc|1|1",
+            "--del_file--\n--new_file--\nc|1|1\n--patch_file--\n");
+        row("patch: marker with blanks, marker in other case", true,
+            "  --new_file--\t\r\n--DEL_FILE--\nx.bin|abc",
+            "--del_file--\n--new_file--\n--DEL_FILE--||0\nx.bin|abc|0\n--patch_file--\n");
+        row("patch: two patch sections, last line wins", true,
+            "--patch_file--\na|1|1\n--new_file--\nb|1|1\n--patch_file--\nc|1|1\na|9|9",
+            "--del_file--\n--new_file--\nb|1|1\n--patch_file--\na|9|9\nc|1|1\n");
     }
     void readsDocuments()
     {
@@ -79,28 +76,24 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("fault");
+        const auto row = [](const char* name, const QString& text, const QString& fault) {
+            QTest::newRow(name) << text << fault;
+        };
         const QString md5 = "0123456789abcdefABCDEF0123456789";
-        QTest::addRow("well formed, blank lines and CR allowed")
-            << "a.pak|" + md5 + "|12\r\n\n  \n游戏/b|" + md5 + "|0|extra\n"
-            << "";
-        QTest::addRow("empty") << ""
-                               << "it lists no file";
-        QTest::addRow("only blanks") << " \n\t\r\n"
-                                     << "it lists no file";
-        QTest::addRow("cut in the MD5") << "a|" + md5 + "|1\nb|0123"
-                                        << "line 2 is not \"path|md5|size\": b|0123";
-        QTest::addRow("cut before the size") << "a|" + md5 + "|"
-                                             << "line 1 is not \"path|md5|size\": a|" + md5 + "|";
-        QTest::addRow("size not a number") << "a|" + md5 + "|12kb"
-                                           << "line 1 is not \"path|md5|size\": a|" + md5 + "|12kb";
-        QTest::addRow("MD5 not hexadecimal") << "a|" + md5.left(31) + "g|1"
-                                             << "line 1 is not \"path|md5|size\": a|" + md5.left(31) + "g|1";
-        QTest::addRow("no path") << "|" + md5 + "|1"
-                                 << "line 1 is not \"path|md5|size\": |" + md5 + "|1";
-        QTest::addRow("an error page, quoted in part") << "<html>\n<head><title>404 Not Found</title></head>"
-                + QString(100, 'x') << "line 1 is not \"path|md5|size\": <html>";
-        QTest::addRow("long line quoted to 80 characters")
-            << QString(200, 'y') << "line 1 is not \"path|md5|size\": " + QString(80, 'y');
+        const QString notALine = "line 1 is not \"path|md5|size\": ";
+        row("well formed, blank lines and CR allowed",
+            "a.pak|" + md5 + "|12\r\n\n  \n游戏/b|" + md5 + "|0|extra\n", "");
+        row("empty", "", "it lists no file");
+        row("only blanks", " \n\t\r\n", "it lists no file");
+        row("cut in the MD5", "a|" + md5 + "|1\nb|0123", "line 2 is not \"path|md5|size\": b|0123");
+        const QList<QPair<const char*, QString>> badLines { { "cut before the size", "a|" + md5 + "|" },
+            { "size not a number", "a|" + md5 + "|12kb" },
+            { "MD5 not hexadecimal", "a|" + md5.left(31) + "g|1" }, { "no path", "|" + md5 + "|1" } };
+        for (const auto& bad : badLines)
+            row(bad.first, bad.second, notALine + bad.second);
+        row("an error page, quoted in part",
+            "<html>\n<head><title>404 Not Found</title></head>" + QString(100, 'x'), notALine + "<html>");
+        row("long line quoted to 80 characters", QString(200, 'y'), notALine + QString(80, 'y'));
     }
     void checksFileLists()
     {

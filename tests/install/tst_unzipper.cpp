@@ -1,12 +1,10 @@
-#include "CallbackRecorder.h"
+#include "InstallStages.h"
 #include "LogLines.h"
 #include "ScriptedTool.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "ToolSearchPath.h"
 
-#include "core/ComponentAccessors.h"
-#include "core/CoreSystem.h"
-#include "core/UnZipComponent.h"
 #include "install/ExternalTools.h"
 #include "install/SevenZipOutput.h"
 #include "install/ZipThread.h"
@@ -48,23 +46,6 @@ QString archiveOfKind(const QString& dir, const QString& kind)
         bytes.truncate(bytes.size() / 2);
     TestFiles::writeFile(path, bytes);
     return path;
-}
-
-// Runs one job through the component (started twice when asked); the recorder sees its reports.
-bool runUnZip(CallbackRecorder<UnZipCallbackInfo>& recorder, const QStringList& archives,
-    const QString& folder, int updateType, bool startTwice = false)
-{
-    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    ctx->m_unZipFileList = archives;
-    ctx->m_unZipFolder = folder;
-    ctx->m_updateType = updateType;
-    return recorder.run(GetUnZipComponent(), [&] {
-        GetUnZipComponent()->StartUnZip(*ctx);
-        if (startTwice) {
-            ctx->m_unZipFileList = archives + archives;
-            GetUnZipComponent()->StartUnZip(*ctx);
-        }
-    });
 }
 
 // A job run with a stand-in tool. exitCode -1: no tool at all, neither beside the program nor on PATH.
@@ -144,7 +125,7 @@ private slots:
 
         LogLines log;
         CallbackRecorder<UnZipCallbackInfo> recorder;
-        QVERIFY(runUnZip(recorder, archives, folder, updateType));
+        QVERIFY(InstallStages::unZip(recorder, archives, folder, updateType));
         QCOMPARE(recorder.last().code, code);
         QVERIFY2(recorder.last().errStr.contains(error), qPrintable(recorder.last().errStr));
         QCOMPARE(QFile::exists(folder + "/stale.txt"), UpdateType::IsRepair(updateType));
@@ -178,7 +159,7 @@ private slots:
         QVERIFY(QDir().mkpath(folder + '/' + name + "/in the way"));
 
         CallbackRecorder<UnZipCallbackInfo> recorder;
-        QVERIFY(runUnZip(recorder, { dir.filePath("named.7z") }, folder, UpdateType::Repair));
+        QVERIFY(InstallStages::unZip(recorder, { dir.filePath("named.7z") }, folder, UpdateType::Repair));
         QCOMPARE(recorder.last().code, 2);
         QVERIFY2(recorder.last().errStr.contains("说明.pak"), qPrintable(recorder.last().errStr));
     }
@@ -204,12 +185,10 @@ private slots:
     {
         QFETCH(ScriptRow, row);
         QTemporaryDir dir;
-        const QByteArray path = qgetenv("PATH");
         std::unique_ptr<ScriptedTool> tool;
         if (row.exitCode >= 0) // the sleep makes the output a burst read while the tool runs
             tool.reset(new ScriptedTool("7z", { { row.exitCode, row.output, row.error, 300 } }));
-        else
-            qputenv("PATH", "/nonexistent");
+        const ToolSearchPath searchPath(tool ? qgetenv("PATH") : ToolSearchPath::none());
         QStringList archives;
         for (int i = 0; i < row.archives; ++i)
             archives << dir.filePath(QString("p%1.7z").arg(i));
@@ -218,9 +197,7 @@ private slots:
 
         LogLines log;
         CallbackRecorder<UnZipCallbackInfo> recorder;
-        const bool ended = runUnZip(recorder, archives, folder, 2, row.startTwice);
-        qputenv("PATH", path);
-        QVERIFY(ended);
+        QVERIFY(InstallStages::unZip(recorder, archives, folder, 2, row.startTwice));
         if (row.code >= 0)
             QCOMPARE(
                 qMakePair(recorder.last().code, recorder.last().errStr), qMakePair(row.code, row.errStr));

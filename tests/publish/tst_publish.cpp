@@ -1,18 +1,15 @@
 #include "../planning/PlanningTestSupport.h"
-#include "CallbackRecorder.h"
+#include "InstallStages.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "ToolSearchPath.h"
 
 #include "Archiver.h"
 #include "CommandLine.h"
 #include "DiffTool.h"
 #include "PatchBuilder.h"
 #include "Publisher.h"
-#include "core/ComponentAccessors.h"
-#include "core/CoreSystem.h"
 #include "core/GameUpdateContext.h"
-#include "core/PatchComponent.h"
-#include "core/UnZipComponent.h"
 #include "files/QFileUtils.h"
 #include "install/ExternalTools.h"
 #include "install/ManifestFileInfo.h"
@@ -100,26 +97,16 @@ QString describe(const PatchInfo& info)
 // Unpacks archive into folder with the library's unzip stage.
 void unpack(const QString& archive, const QString& folder)
 {
-    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    ctx->m_unZipFileList = QStringList { archive };
-    ctx->m_unZipFolder = folder;
-    ctx->m_updateType = Morvantix::UpdateType::Update;
     CallbackRecorder<UnZipCallbackInfo> recorder;
-    QVERIFY(recorder.run(GetUnZipComponent(), [&] { GetUnZipComponent()->StartUnZip(*ctx); }));
+    QVERIFY(InstallStages::unZip(recorder, { archive }, folder));
     QVERIFY2(recorder.last().code == 0, qPrintable(recorder.last().errStr));
 }
 
 // Applies an unpacked patch package to game with the library's merge stage.
 void merge(const QString& package, const QString& game, const QString& temp)
 {
-    auto ctx = CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    ctx->m_bLimitSpeed = true;
-    ctx->m_patchFolder = package;
-    ctx->m_mergeTargetPath = game;
-    ctx->m_mergeTempPath = temp;
-    CallbackRecorder<PatcherCallbackInfo> recorder(
-        [](const PatcherCallbackInfo& info) { return info.bComplete || info.bError; });
-    QVERIFY(recorder.run(GetPatchComponent(), [&] { GetPatchComponent()->StartApplyPatch(*ctx); }));
+    CallbackRecorder<PatcherCallbackInfo> recorder(InstallStages::mergeEnded);
+    QVERIFY(InstallStages::merge(recorder, package, game, temp));
     QVERIFY2(recorder.last().bComplete, qPrintable(recorder.last().errorString));
 }
 
@@ -193,7 +180,7 @@ private slots:
     void initTestCase()
     {
         // The merge stage's diff tool on this system is built beside the programs.
-        qputenv("PATH", QByteArray(CORE_TOOL_DIR) + QDir::listSeparator().toLatin1() + qgetenv("PATH"));
+        ToolSearchPath::prepend(CORE_TOOL_DIR);
     }
 
     void parsesCommandLine_data()
