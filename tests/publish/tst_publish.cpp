@@ -333,6 +333,14 @@ private slots:
         steps.clear();
         QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
         QCOMPARE(steps.filter("unchanged").size(), 6);
+
+        // A new empty folder alone changes its version: the full package is made again and carries it.
+        QVERIFY(QDir().mkpath(versions + "/1.0.0.3/saves"));
+        steps.clear();
+        QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
+        QVERIFY2(packageSteps(steps).contains("1.0.0.3: full package"), qPrintable(steps.join('\n')));
+        unpack(root + "/full/1.0.0.3/full_1.0.0.3.7z.001", temp.filePath("with-folder"));
+        QVERIFY(QFileInfo(temp.filePath("with-folder/saves")).isDir());
     }
 
     // A file whose diff does not rebuild it travels whole, with a line for the operator; the run goes on.

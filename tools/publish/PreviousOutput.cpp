@@ -53,6 +53,11 @@ QString PreviousOutput::fileListText(const QString& version) const
     return QFileUtils::ReadText(QDir(m_root).filePath(version + QStringLiteral("/manifest.txt")));
 }
 
+QStringList PreviousOutput::emptyFolders(const QString& version) const
+{
+    return EmptyFoldersIn(QDir(m_root).filePath(version + QStringLiteral("/files")));
+}
+
 QString PreviousOutput::filePath(const QString& rel) const
 {
     return SafePath::ResolveUnder(m_root, rel);

@@ -25,6 +25,8 @@ public:
 
     // The published file list of a version, or "" when there is none.
     QString fileListText(const QString& version) const;
+    // The empty folders of a version's published files, sorted.
+    QStringList emptyFolders(const QString& version) const;
     // The settings of the run that made OUTPUT.
     const QJsonObject& settings() const { return m_settings; }
     // The files of the package from -> to as the guide manifest lists them, each still on disk at its

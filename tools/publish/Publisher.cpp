@@ -297,7 +297,9 @@ Outcome Publisher::stageVersion(const VersionSource& source, StagedVersion& stag
             return outcome;
         staged.files.insert(file.rel, { file.rel, md5, quint64(file.size) });
     }
-    if (FileStaging::FileListText(staged.files) != published) {
+    // An empty folder is part of the version too: a new one alone makes the full package again.
+    if (FileStaging::FileListText(staged.files) != published
+        || m_previous->emptyFolders(source.text) != source.emptyFolders) {
         staged.files.clear();
         return copyVersion(source, staged);
     }

@@ -33,6 +33,11 @@ Outcome badInput(const QString& text)
     return Outcome::Failure(ExitCode::BadInput, text);
 }
 
+bool isEmptyFolder(const QString& path)
+{
+    return QDir(path).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+}
+
 Outcome scanFiles(const QString& versionsRoot, VersionSource& version)
 {
     const QDir root(versionsRoot);
@@ -51,8 +56,7 @@ Outcome scanFiles(const QString& versionsRoot, VersionSource& version)
             if (!info.isReadable() || !info.isExecutable())
                 return badInput(QStringLiteral("cannot read the folder %1").arg(shown));
             // A version is its folders as well: the game may expect an empty one to be there.
-            if (QDir(info.filePath())
-                    .isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System))
+            if (isEmptyFolder(info.filePath()))
                 version.emptyFolders.append(base.relativeFilePath(info.filePath()));
             continue;
         }
@@ -79,6 +83,22 @@ Outcome scanFiles(const QString& versionsRoot, VersionSource& version)
 }
 
 } // namespace
+
+QStringList EmptyFoldersIn(const QString& folder)
+{
+    QStringList empty;
+    const QDir base(folder);
+    QDirIterator it(folder,
+        QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System | QDir::NoSymLinks,
+        QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (isEmptyFolder(path))
+            empty.append(base.relativeFilePath(path));
+    }
+    empty.sort();
+    return empty;
+}
 
 QString VersionTextOf(const QString& folderName)
 {

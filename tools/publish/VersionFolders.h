@@ -35,6 +35,10 @@ QString VersionTextOf(const QString& folderName);
 // packages and Windows each rule out some names.
 QString FileNameProblem(const QString& rel);
 
+// The "/"-separated paths of the folders under folder that hold nothing at all, sorted; links are not
+// followed.
+QStringList EmptyFoldersIn(const QString& folder);
+
 // Every subfolder of root as a version, oldest first. Refuses folders that are no version, two folders
 // of one version, links, special files, unreadable files and names the launcher cannot take.
 Outcome ScanVersions(const QString& root, QVector<VersionSource>& versions);
