@@ -31,7 +31,6 @@ void StepStages::begin(const Then& then)
         m_stages->setStep(m_run.stepIndex + 1, m_run.plan.size());
     if (!m_run.bFullInstall && m_run.stepIndex > 0)
         GetCurrentShortestDownloadFile(*m_run.ctx, step.from);
-    m_bPackageFetchedAgain = false;
 
     const DiskSpace::Need need { step.cacheBytes - m_run.presentBytes(), step.gameBytes };
     const QString shortage
@@ -98,14 +97,13 @@ void StepStages::onPackageChecked(
     // check is deleted here, so the download fetches it whole again.
     for (const QString& path : check.failedPaths)
         QFileUtils::DeleteFileOrFolder(path);
-    if (m_bPackageFetchedAgain) {
+    if (!fetchAgain) {
         if (!check.text.isEmpty())
             return fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(check.text));
         return fail(Stage::VerifyPackage, 0,
             QStringLiteral("%1 still differs from the server's manifest after a second download")
                 .arg(m_run.firstDownload().name));
     }
-    m_bPackageFetchedAgain = true;
     emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(m_run.firstDownload().name));
     fetchAgain();
 }

@@ -85,7 +85,11 @@ void UpdateJob::moveTo(State next)
     case State::Download:
         return m_steps->download([this] { moveTo(State::VerifyPackage); });
     case State::VerifyPackage:
-        return m_steps->verify([this] { moveTo(State::Unpack); }, [this] { moveTo(State::Download); });
+        return m_steps->verify([this] { moveTo(State::Unpack); }, [this] { moveTo(State::DownloadAgain); });
+    case State::DownloadAgain:
+        return m_steps->download([this] { moveTo(State::VerifyAgain); });
+    case State::VerifyAgain:
+        return m_steps->verify([this] { moveTo(State::Unpack); }, nullptr);
     case State::Unpack:
         return m_steps->unpack([this] { moveTo(m_run.bFullInstall ? State::Swap : State::CheckPatch); });
     case State::CheckPatch:
@@ -117,7 +121,7 @@ void UpdateJob::interrupt()
     m_bInterrupted = true;
     if (m_state == State::VerifyGame || m_state == State::VerifyInstalled) {
         m_repair->interrupt();
-    } else if (m_state == State::Download) {
+    } else if (m_state == State::Download || m_state == State::DownloadAgain) {
         m_stages->pauseDownload();
         leaveIfInterrupted();
     } else if (m_run.stage == Stage::Settings || m_run.stage == Stage::Trust || m_run.stage == Stage::Server
