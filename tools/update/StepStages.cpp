@@ -188,7 +188,7 @@ void StepStages::swapIn(const Then& then)
 {
     const QString game = m_run.ctx->m_updateSetting.gamePath;
     m_run.pending = PendingWork::Swap;
-    if (!save())
+    if (!m_run.save())
         return;
     startStage(Stage::Swap, game);
     const QString error = FolderSwap::Finish(game);
@@ -210,7 +210,7 @@ bool StepStages::recordStep()
     setting.currentStage = QString::fromLatin1(bLast ? Const::InitStage : Const::PatchStage);
     setting.bPatchFinished = bLast;
     m_run.pending = PendingWork::Verify;
-    if (!save())
+    if (!m_run.save())
         return false;
     m_run.settle();
     Boundary::Pass("step-recorded");

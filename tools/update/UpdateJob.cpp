@@ -17,7 +17,8 @@ using namespace Morvantix;
 
 UpdateJob::UpdateJob(const UpdateOptions& options, const QString& settingsFolder, QObject* parent)
     : QObject(parent)
-    , m_run(options, settingsFolder, CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext())
+    , m_run(options, settingsFolder, CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext(),
+          [this](const StageResult& result) { fail(result); })
     , m_stages(new StageRunner(*m_run.ctx, this))
     , m_repair(new RepairJob(m_stages, *m_run.ctx, this))
     , m_trust(new TrustGate(this))
@@ -156,7 +157,7 @@ void UpdateJob::startRepairJob()
     const bool bRepair = m_run.options.command == Command::Repair;
     if (bRepair && !m_run.options.bDryRun) {
         m_run.pending = PendingWork::Verify;
-        if (!save())
+        if (!m_run.save())
             return;
     }
     const QString version = m_run.ctx->m_updateSetting.currentGameVersion;
@@ -178,7 +179,7 @@ void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& r
     // Every file is as published: nothing is left for a later run. A dry run changed nothing.
     if (m_run.pending == PendingWork::Verify && !m_run.options.bDryRun) {
         m_run.pending = PendingWork::None;
-        if (!save())
+        if (!m_run.save())
             return;
     }
     const QString version = m_run.summary.version;
@@ -232,17 +233,9 @@ void UpdateJob::fail(const StageResult& result)
 {
     if (result.stage == Stage::Trust && !m_run.options.bDryRun && m_state != State::Finished) {
         m_run.restoreSettled();
-        save();
+        m_run.save();
     }
     finish(result);
-}
-
-bool UpdateJob::save()
-{
-    const StageResult result = m_run.save();
-    if (result.bFailed)
-        fail(result);
-    return !result.bFailed;
 }
 
 void UpdateJob::succeed(Outcome outcome, const QString& message)

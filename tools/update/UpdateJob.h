@@ -81,8 +81,6 @@ private:
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
     void fail(const StageResult& result);
-    // False (and the run failed) when the settings cannot be written.
-    bool save();
     void succeed(Outcome outcome, const QString& message);
     void finish(const StageResult& result);
 
