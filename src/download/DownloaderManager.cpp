@@ -2,6 +2,7 @@
 
 #include "core/CoreSystem.h"
 #include "core/Timing.h"
+#include "download/ContentFetcher.h"
 #include "download/DownloadFolder.h"
 #include "download/DownloadReport.h"
 #include "download/DownloadTexts.h"
@@ -25,8 +26,6 @@ using Morvantix::GameUpdateContext;
 
 namespace {
 const QString kTag = QStringLiteral("Downloader");
-const QString kManagerTag = QStringLiteral("DownloadManager");
-constexpr int kMaxRunningTransfers = 5;
 constexpr int kSpeedSampleMs = 1000;
 } // namespace
 
@@ -45,6 +44,10 @@ DownloaderManager::DownloaderManager(QObject* parent)
     , m_timeoutTimer(new QTimer(this), &QObject::deleteLater)
     , m_speedTimer(new QTimer(this), &QObject::deleteLater)
     , m_restartTimer(new QTimer(this), &QObject::deleteLater)
+    , m_queue({ [this](const DownloadFileInfo& file) { return PrivateStartRequest(file); },
+          [this] { return m_state != JobState::Stopped; },
+          [this](const DownloadFileInfo& file, qint64 bytesOnDisk) { OnTransferOpened(file, bytesOnDisk); },
+          [this] { FinishDownload(); } })
 {
     m_fetcher = new ContentFetcher(m_networkManager.data(), m_restarts.MaxRetry(), this);
     qRegisterMetaType<ErrorCode>("Morvantix::ErrorCode");
@@ -107,22 +110,24 @@ void DownloaderManager::CalculateTotalSize(GameUpdateContext& ctx)
 
 void DownloaderManager::StartDownload(GameUpdateContext& ctx)
 {
-    if (!m_bStop)
+    if (m_state != JobState::Stopped)
         return;
-    m_bStop = false;
-    m_restartTimer->stop();
-    m_bRestartPending = false;
     // Data of an earlier job says nothing about this one's server.
     m_restarts.Reset();
+    BeginRun(ctx, true);
+}
+
+void DownloaderManager::BeginRun(GameUpdateContext& ctx, bool bFresh)
+{
+    MoveTo(JobState::Running);
     PreStartDownload(ctx);
     if (RefuseEntriesOutsideCache(ctx))
         return;
-
     // The folder comes from the list, and the list from the server: only the cache folder the
     // settings name may be wiped, never what a crafted entry points at.
-    if (DownloadFolder::IsCacheFolder(m_downloadDir, ctx.m_updateSetting.cachePath))
+    if (bFresh && DownloadFolder::IsCacheFolder(m_downloadDir, ctx.m_updateSetting.cachePath))
         QFileUtils::DeleteFileOrFolder(m_downloadDir);
-    if (!m_downloadDir.isEmpty())
+    if (!m_downloadDir.isEmpty() && !QDir(m_downloadDir).exists())
         QFileUtils::CreateFolder(m_downloadDir);
     CalculateTotalSize(ctx);
     StartNextDownload();
@@ -142,23 +147,12 @@ bool DownloaderManager::RefuseEntriesOutsideCache(const GameUpdateContext& ctx)
 
 void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
 {
-    m_restartTimer->stop();
-    if (m_bRestartPending) {
-        // The transfers are already gone; resuming now is the restart that was waiting.
-        m_bRestartPending = false;
-        m_bStop = true;
-    }
-    if (!m_bStop)
-        return;
+    // The transfers are already gone; resuming now is the restart that was waiting.
+    if (m_state == JobState::RestartDue)
+        MoveTo(JobState::Stopped);
     // The retry count stays: the restart after a network failure comes through here as well.
-    m_bStop = false;
-    PreStartDownload(ctx);
-    if (RefuseEntriesOutsideCache(ctx))
-        return;
-    CalculateTotalSize(ctx);
-    if (!m_downloadDir.isEmpty() && !QDir(m_downloadDir).exists())
-        QFileUtils::CreateFolder(m_downloadDir);
-    StartNextDownload();
+    if (m_state == JobState::Stopped)
+        BeginRun(ctx, false);
 }
 
 void DownloaderManager::PauseDownload(GameUpdateContext& ctx)
@@ -167,46 +161,23 @@ void DownloaderManager::PauseDownload(GameUpdateContext& ctx)
     Logger::LogInfo(kTag,
         QStringLiteral("PauseDownload m_downloadUrl is %1, file=%2")
             .arg(m_downloadUrl.toString(), m_filePath));
-    if (m_bStop)
+    if (m_state == JobState::Stopped)
         return;
-    m_bStop = true;
+    MoveTo(JobState::Stopped);
     m_pacer.ClearScheduled();
-    StopTimers();
     ReleaseDownloaderList(TransferState::Paused);
 }
 
 void DownloaderManager::StartNextDownload()
 {
-    // A transfer can still report after the job ended (the write that failed may also have been its
-    // last); nothing may start then.
-    if (m_bStop)
-        return;
-    Logger::LogInfo(
-        kManagerTag, QStringLiteral("downloaderList.size() is %1").arg(GetCurrentDownloaderListSize()));
-    if (GetCurrentDownloaderListSize() >= kMaxRunningTransfers)
-        return;
-
-    const int next = m_queue.NextWaiting();
-    if (next < 0) {
-        if (GetCurrentDownloaderListSize() == 0) {
-            Logger::LogInfo(kManagerTag,
-                QStringLiteral("XXX downloaderList.size() is %1").arg(GetCurrentDownloaderListSize()));
-            FinishDownload();
-        }
-        return;
-    }
-
-    const DownloadFileInfo file = m_queue.File(next);
-    PrivateStartRequest(QUrl(file.url), file.localPath, file.size);
+    m_queue.FillSlots();
 }
 
-void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& filePath, qint64 size)
+QSharedPointer<downloader> DownloaderManager::PrivateStartRequest(const DownloadFileInfo& file)
 {
-    m_downloadUrl = url;
-    m_filePath = filePath;
-    m_fileSize = size;
-    const qint64 localSize = QFileUtils::GetFileSize(filePath);
-
+    m_downloadUrl = QUrl(file.url);
+    m_filePath = file.localPath;
+    m_fileSize = file.size;
     // Dropping the last reference schedules the deletion: a transfer is often dropped from inside
     // one of its own signals.
     QSharedPointer<downloader> transfer(
@@ -215,24 +186,18 @@ void DownloaderManager::PrivateStartRequest(const QUrl& url, const QString& file
     connect(transfer.data(), &downloader::DownloadResult, this, &DownloaderManager::onDownloadResult);
     connect(transfer.data(), &downloader::PartialDiscarded, this,
         [this](qint64 bytes) { m_meter.Discard(bytes); });
-    m_queue.Start(m_queue.NextWaiting(), transfer);
-    transfer->SetRequest(filePath, url, size);
-    transfer->ReStartDownload();
-    // A file found complete reports at once, and with it the whole job may have ended.
-    if (m_bStop)
-        return;
+    return transfer;
+}
 
+void DownloaderManager::OnTransferOpened(const DownloadFileInfo& file, qint64 bytesOnDisk)
+{
     Logger::LogInfo(kTag,
-        QStringLiteral("download url is %1, received bytes=%2")
-            .arg(url.toString(), QString::number(localSize)));
+        QStringLiteral("download url is %1, received bytes=%2").arg(file.url, QString::number(bytesOnDisk)));
     ClearRecordSpeed();
     PrivateSetSpeedLimit();
     if (!m_speedTimer->isActive())
         m_speedTimer->start(kSpeedSampleMs);
     m_timeoutTimer->start(Morvantix::Timing::stallTimeoutMs());
-
-    if (GetCurrentDownloaderListSize() < kMaxRunningTransfers)
-        StartNextDownload();
 }
 
 int DownloaderManager::GetCurrentDownloaderListSize() const
@@ -242,7 +207,7 @@ int DownloaderManager::GetCurrentDownloaderListSize() const
 
 void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString filename)
 {
-    if (m_bStop)
+    if (m_state == JobState::Stopped)
         return;
     switch (code) {
     case ErrorCode::FileFinished:
@@ -263,26 +228,25 @@ void DownloaderManager::HandleNetworkFailure(const QString& errStr)
     // Only what the files gained since the last (re)start renews the restart budget: bytes a server
     // sends again before the resume offset, or that replace a discarded partial, are no progress,
     // and counting them would restart a server that always cuts at the same place forever.
-    switch (m_restarts.OnFailure(m_meter.GainedSinceRestart(), m_bRestartPending)) {
+    switch (m_restarts.OnFailure(m_meter.GainedSinceRestart(), m_state == JobState::RestartDue)) {
     case RestartBudget::Verdict::Report:
         return onError(ErrorCode::NetworkFailed, errStr);
     case RestartBudget::Verdict::Wait:
         return;
     case RestartBudget::Verdict::Restart:
         ReleaseDownloaderList(TransferState::Restarting);
-        m_bRestartPending = true;
-        m_restartTimer->start(Morvantix::Timing::restartDelayMs());
+        MoveTo(JobState::RestartDue);
         return;
     }
 }
 
 void DownloaderManager::RestartAfterFailure()
 {
+    if (m_state != JobState::RestartDue)
+        return;
     qDebug() << "timeout"
              << "start download";
-    m_bRestartPending = false;
-    m_restartTimer->stop();
-    m_bStop = true;
+    MoveTo(JobState::Stopped);
     // The whole list is rebuilt, so every unfinished file resumes from what it has on disk.
     const auto ctx = Morvantix::CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
     ResumeDownload(*ctx);
@@ -296,7 +260,7 @@ void DownloaderManager::onTimeout()
 
 void DownloaderManager::onReadyRead()
 {
-    if (m_bStop)
+    if (m_state == JobState::Stopped)
         return;
     scheduleTransfer();
 }
@@ -305,8 +269,7 @@ void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
 {
     if (!m_report.EndFailed(errorCodem, errString.isEmpty() ? DownloadTexts::ofError(errorCodem) : errString))
         return;
-    StopTimers();
-    m_bStop = true;
+    MoveTo(JobState::Stopped);
     ReleaseDownloaderList(
         errorCodem == ErrorCode::StallTimeout ? TransferState::Stalled : TransferState::Failed);
     m_report.Send();
@@ -315,20 +278,27 @@ void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
 void DownloaderManager::FinishDownload()
 {
     Logger::LogInfo(QStringLiteral("DownloaderManager"), QStringLiteral("download complete"));
-    m_timeoutTimer->stop();
-    m_speedTimer->stop();
+    // A job whose end was told already is stopped already.
     if (!m_report.EndComplete(m_meter))
         return;
-    m_bStop = true;
+    MoveTo(JobState::Stopped);
     m_report.Send();
 }
 
-void DownloaderManager::StopTimers()
+void DownloaderManager::MoveTo(JobState next)
 {
-    m_timeoutTimer->stop();
-    m_speedTimer->stop();
-    m_restartTimer->stop();
-    m_bRestartPending = false;
+    // The restart timer runs exactly while a restart is due: leaving that state in any way (a pause,
+    // an error, the restart itself) cancels it, so one failure never restarts the list twice. A
+    // stopped job has no clock running at all.
+    if (next == JobState::RestartDue)
+        m_restartTimer->start(Morvantix::Timing::restartDelayMs());
+    else if (m_state == JobState::RestartDue)
+        m_restartTimer->stop();
+    if (next == JobState::Stopped) {
+        m_timeoutTimer->stop();
+        m_speedTimer->stop();
+    }
+    m_state = next;
 }
 
 void DownloaderManager::ReleaseDownloaderList(TransferState why)
@@ -377,9 +347,10 @@ void DownloaderManager::scheduleTransfer()
 void DownloaderManager::transfer()
 {
     m_pacer.ClearScheduled();
-    if (m_bStop)
+    if (m_state == JobState::Stopped)
         return;
-    const PassEnd end = m_pacer.Pass(m_queue.RunningTransfers(), [this] { return m_bStop; });
+    const PassEnd end
+        = m_pacer.Pass(m_queue.RunningTransfers(), [this] { return m_state == JobState::Stopped; });
     if (end == PassEnd::BudgetSpent)
         scheduleTransfer();
 }
@@ -387,7 +358,7 @@ void DownloaderManager::transfer()
 void DownloaderManager::onCalcSpeed()
 {
     const qint64 delta = m_meter.TakeDelta();
-    if (m_bStop)
+    if (m_state == JobState::Stopped)
         return;
     m_report.Progress(m_meter, delta);
 }

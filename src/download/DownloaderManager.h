@@ -3,7 +3,6 @@
 #include "core/CallbackInfo.h"
 #include "core/CoreExport.h"
 #include "core/GameUpdateContext.h"
-#include "download/ContentFetcher.h"
 #include "download/DownloadReport.h"
 #include "download/RestartBudget.h"
 #include "download/SpeedMeter.h"
@@ -16,10 +15,10 @@
 #include <QSharedPointer>
 #include <QString>
 #include <QUrl>
-#include <QVector>
 
 #include <functional>
 
+class ContentFetcher;
 class QNetworkAccessManager;
 class QTimer;
 
@@ -31,11 +30,11 @@ class QTimer;
 // It also serves the small one-shot fetches of the library: texts with retries, images, headers.
 // Everything runs in the thread of the host's event loop.
 //
-// The manager decides when a job starts, restarts and ends; its parts do the rest: the files and
-// their states (TransferQueue), the pace of the loop and the limit (TransferPacer), the figures
-// reported (SpeedMeter), the one-shot fetches (ContentFetcher), where the files go and what they hold
-// (DownloadFolder), how often a failed job restarts (RestartBudget) and what the caller is told
-// (DownloadReport).
+// The manager decides when a job starts, restarts and ends; its parts do the rest: the files, their
+// states and the order their transfers start in (TransferQueue), the pace of the loop and the limit
+// (TransferPacer), the figures reported (SpeedMeter), the one-shot fetches (ContentFetcher), where the files
+// go and what they hold (DownloadFolder), how often a failed job restarts (RestartBudget) and what the caller
+// is told (DownloadReport).
 class CORE_EXPORT DownloaderManager : public QObject
 {
     Q_OBJECT
@@ -75,10 +74,14 @@ private:
     explicit DownloaderManager(QObject* parent);
 
     void CalculateTotalSize(Morvantix::GameUpdateContext& ctx);
+    // A fresh run discards every partial file; a resumed one continues them.
+    void BeginRun(Morvantix::GameUpdateContext& ctx, bool bFresh);
     void FinishDownload();
     void ResetAccessible();
     int GetCurrentDownloaderListSize() const;
-    void PrivateStartRequest(const QUrl& url, const QString& filePath, qint64 size);
+    // A transfer for the file, wired to the manager; the queue starts it.
+    QSharedPointer<downloader> PrivateStartRequest(const Morvantix::DownloadFileInfo& file);
+    void OnTransferOpened(const Morvantix::DownloadFileInfo& file, qint64 bytesOnDisk);
     void ClearRecordSpeed();
     void PrivateSetSpeedLimit();
 
@@ -87,8 +90,15 @@ private:
     void HandleNetworkFailure(const QString& errStr);
     // Every running transfer stops, its file in the state that says why.
     void ReleaseDownloaderList(TransferState why);
-    // The stall, speed and restart timers; no restart waits any more.
-    void StopTimers();
+
+    // Where the job stands.
+    enum class JobState
+    {
+        Stopped, // not started, paused, failed or complete: nothing starts and nothing is reported
+        Running, // files start as slots free up
+        RestartDue, // a network failure let every transfer go; the restart timer resumes the list
+    };
+    void MoveTo(JobState next);
 
     static DownloaderManager* m_pDownloaderInstance;
 
@@ -97,7 +107,7 @@ private:
     QSharedPointer<QTimer> m_timeoutTimer;
     QSharedPointer<QTimer> m_speedTimer;
     QSharedPointer<QTimer> m_restartTimer;
-    bool m_bStop = true;
+    JobState m_state = JobState::Stopped;
     QUrl m_downloadUrl;
     TransferQueue m_queue; // the waiting files and the running transfers
     QString m_filePath;
@@ -107,5 +117,4 @@ private:
     SpeedMeter m_meter; // the byte counts and the speed record
     TransferPacer m_pacer; // the limit and the transfer loop's clock
     RestartBudget m_restarts { 3 }; // the restarts after network failures, and the fetches' retries
-    bool m_bRestartPending = false;
 };

@@ -1,6 +1,18 @@
 #include "download/TransferQueue.h"
 
 #include "download/downloader.h"
+#include "files/QFileUtils.h"
+#include "log/Logger.h"
+
+#include <QUrl>
+
+namespace {
+const QString kManagerTag = QStringLiteral("DownloadManager");
+} // namespace
+
+TransferQueue::TransferQueue(Starter starter)
+    : m_starter(std::move(starter))
+{ }
 
 void TransferQueue::Reset(const QVector<Morvantix::DownloadFileInfo>& files)
 {
@@ -22,6 +34,42 @@ void TransferQueue::Start(int index, const QSharedPointer<downloader>& transfer)
     Q_ASSERT(index == m_nextWaiting);
     m_entries[index].transfer = transfer;
     MoveTo(index, TransferState::Running);
+}
+
+void TransferQueue::FillSlots()
+{
+    do {
+        // A transfer can still report after the job ended (the write that failed may also have been
+        // its last); nothing may start then.
+        if (!m_starter.jobRunning())
+            return;
+        Logger::LogInfo(kManagerTag, QStringLiteral("downloaderList.size() is %1").arg(RunningCount()));
+        if (RunningCount() >= kMaxRunning)
+            return;
+        const int next = NextWaiting();
+        if (next < 0) {
+            if (RunningCount() == 0) {
+                Logger::LogInfo(
+                    kManagerTag, QStringLiteral("XXX downloaderList.size() is %1").arg(RunningCount()));
+                m_starter.drained();
+            }
+            return;
+        }
+        Open(next);
+    } while (RunningCount() < kMaxRunning);
+}
+
+void TransferQueue::Open(int index)
+{
+    // A copy: a completion inside the start may start the next files and move the list on.
+    const Morvantix::DownloadFileInfo file = File(index);
+    const qint64 bytesOnDisk = QFileUtils::GetFileSize(file.localPath);
+    const QSharedPointer<downloader> transfer = m_starter.make(file);
+    Start(index, transfer);
+    transfer->SetRequest(file.localPath, QUrl(file.url), file.size);
+    transfer->ReStartDownload();
+    if (m_starter.jobRunning())
+        m_starter.opened(file, bytesOnDisk);
 }
 
 bool TransferQueue::Finish(const QString& localPath)

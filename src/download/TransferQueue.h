@@ -6,6 +6,8 @@
 #include <QSharedPointer>
 #include <QVector>
 
+#include <functional>
+
 class downloader;
 
 // Where one file of the download list stands.
@@ -21,13 +23,34 @@ enum class TransferState
 };
 
 // The files of one download job, in the list's order, each with its state and, while it runs, its
-// transfer. Files start strictly in list order; a state moves only through MoveTo, which also
-// closes the transfer of a file that stops running.
+// transfer. Files start strictly in list order, at most five at a time; a state moves only through
+// MoveTo, which also closes the transfer of a file that stops running.
 class TransferQueue
 {
 public:
+    static constexpr int kMaxRunning = 5;
+
+    // What starting a file asks of the job that runs the queue. A start can end the job (a file found
+    // complete on disk reports inside its own start, and may be the last), so each step asks again
+    // whether the job still runs.
+    struct Starter
+    {
+        // A fresh transfer for the file, wired to the job but not asked for anything yet.
+        std::function<QSharedPointer<downloader>(const Morvantix::DownloadFileInfo&)> make;
+        std::function<bool()> jobRunning;
+        // The file's request is open; bytesOnDisk: what it held before.
+        std::function<void(const Morvantix::DownloadFileInfo&, qint64 bytesOnDisk)> opened;
+        // Nothing waits and nothing runs: the job is complete.
+        std::function<void()> drained;
+    };
+
+    explicit TransferQueue(Starter starter = {});
+
     // A new run of the list: every file waits.
     void Reset(const QVector<Morvantix::DownloadFileInfo>& files);
+    // Starts waiting files in list order while fewer than five run; with none waiting and none
+    // running, the job is complete.
+    void FillSlots();
 
     int RunningCount() const { return m_running.size(); }
     bool HasWaiting() const { return NextWaiting() >= 0; }
@@ -56,7 +79,11 @@ private:
     };
 
     void MoveTo(int index, TransferState next);
+    // The transfer is held as running before its request opens, so that a completion reported
+    // inside the start finds it.
+    void Open(int index);
 
+    Starter m_starter;
     QVector<Entry> m_entries;
     // Kept beside the entries so that a pass or a start never walks a list of many thousand files.
     QVector<int> m_running; // indexes of the running files, in the order they started

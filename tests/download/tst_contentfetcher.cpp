@@ -45,13 +45,13 @@ private slots:
     {
         QTest::addColumn<QString>("url");
         QTest::addColumn<QString>("head");
-        QTest::newRow("no query") << "http://h/a.txt"
-                                  << "http://h/a.txt?timestamp=";
-        QTest::newRow("a query") << "http://h/a.txt?a=1"
-                                 << "http://h/a.txt?a=1&timestamp=";
+        const auto row = [](const char* name, const char* url, const char* head) {
+            QTest::newRow(name) << QString(url) << QString(head);
+        };
+        row("no query", "http://h/a.txt", "http://h/a.txt?timestamp=");
+        row("a query", "http://h/a.txt?a=1", "http://h/a.txt?a=1&timestamp=");
         // One substitution pass: the encoded "%2" must stay in the address.
-        QTest::newRow("percent-encoded") << "http://h/a.txt?d=a%2Fb"
-                                         << "http://h/a.txt?d=a%2Fb&timestamp=";
+        row("percent-encoded", "http://h/a.txt?d=a%2Fb", "http://h/a.txt?d=a%2Fb&timestamp=");
     }
 
     void timestampFollowsTheQuery()

@@ -1,8 +1,8 @@
 #include "CallbackRecorder.h"
 #include "HttpTestServer.h"
+#include "LogLines.h"
 #include "ScopedTimeDivisor.h"
 #include "TestFiles.h"
-#include "TestPlatform.h"
 #include "TestRegistry.h"
 
 #include "core/ComponentAccessors.h"
@@ -303,10 +303,7 @@ private slots:
         QFETCH(int, requests);
         QFETCH(int, code);
         QFETCH(QString, message);
-        // Under Wine this row once counted two restarts too many (7 requests for 5): the cut
-        // transfer's bytes seemed to count as progress of the next try. Not yet explained.
-        if (TestPlatform::runsUnderWine() && QTest::currentDataTag() == QLatin1String("restarts run out"))
-            QSKIP("under Wine the restart count of a transfer cut after data is not yet reliable");
+        const LogLines log;
         const QByteArray data = patternBytes(60000, 51);
         const QString path = addFile("f.bin", data);
         m_server->setRoute("/f.bin", data.left(served), behaviours);
@@ -334,7 +331,55 @@ private slots:
         }
         QTest::qWait(2 * Timing::restartDelayMs()); // a restart too many would have asked again by now
         QCOMPARE(m_recorder.endings(), 1);
-        QCOMPARE(m_server->requests("/f.bin").size(), requests);
+        // The manager's own requests, one per start of the file. The server may see more: a cut right
+        // behind the headers can reach the network layer before the headers do (under Wine it does at
+        // times), and the layer then sends the same request again by itself, twice at most.
+        const QString started = "we start download " + path;
+        QCOMPARE(log.all().filter(started).size(), requests);
+        QVERIFY(m_server->requests("/f.bin").size() >= requests);
+    }
+
+    // A cut after data lets every transfer go and makes a restart due; what the caller does in that
+    // moment decides whether, and how often, the list is asked for again.
+    void dueRestart_data()
+    {
+        QTest::addColumn<QString>("action"); // taken as soon as the restart is due
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<bool>("completes");
+        QTest::newRow("none: the restart resumes") << "" << 2 << true;
+        QTest::newRow("pause cancels it") << "pause" << 1 << false;
+        QTest::newRow("resume is the restart, once") << "resume" << 2 << true;
+        QTest::newRow("a fresh start waits for it") << "start" << 2 << true;
+    }
+
+    void dueRestart()
+    {
+        QFETCH(QString, action);
+        QFETCH(int, requests);
+        QFETCH(bool, completes);
+        const QString path = addFile("f.bin", patternBytes(60000, 71), { trickle(2000, 10, 6000), {} });
+        m_component->StartDownload(context());
+        QNetworkReply* const reply = DownloaderManager::GetInstance()->findChild<QNetworkReply*>();
+        QVERIFY(reply && reply->url().path() == "/f.bin");
+        // Connected after the transfer's own handler, so it runs once the manager has seen the cut.
+        connect(reply, &QNetworkReply::finished, this, [&] {
+            if (action == "pause")
+                m_component->PauseDownload(context());
+            else if (action == "resume")
+                m_component->ResumeDownload(context());
+            else if (action == "start")
+                m_component->StartDownload(context());
+        });
+        if (completes)
+            verifyCompleted();
+        else
+            QTRY_COMPARE(QFileInfo(path).size(), qint64(6000));
+        QTest::qWait(3 * Timing::restartDelayMs()); // a restart too many would have asked by now
+        QCOMPARE(m_recorder.endings(), completes ? 1 : 0);
+        const auto asked = m_server->requests("/f.bin");
+        QCOMPARE(asked.size(), requests);
+        if (requests > 1)
+            QCOMPARE(asked.last().header("range"), QByteArray("bytes=6000-"));
     }
 
     void fetchAnswersOnce_data()

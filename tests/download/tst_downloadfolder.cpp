@@ -44,18 +44,15 @@ private slots:
         QTest::addColumn<QString>("folder");
         QTest::addColumn<QString>("cache");
         QTest::addColumn<bool>("isCache");
-        QTest::newRow("the cache") << "/x/cache"
-                                   << "/x/cache" << true;
-        QTest::newRow("written differently") << "/x/cache/"
-                                             << "/x/./cache" << true;
-        QTest::newRow("inside it") << "/x/cache/sub"
-                                   << "/x/cache" << false;
-        QTest::newRow("its parent") << "/x"
-                                    << "/x/cache" << false;
-        QTest::newRow("no cache named") << "/x/cache"
-                                        << "" << false;
-        QTest::newRow("a root") << "/"
-                                << "/" << false;
+        const auto row = [](const char* name, const char* folder, const char* cache, bool isCache) {
+            QTest::newRow(name) << QString(folder) << QString(cache) << isCache;
+        };
+        row("the cache", "/x/cache", "/x/cache", true);
+        row("written differently", "/x/cache/", "/x/./cache", true);
+        row("inside it", "/x/cache/sub", "/x/cache", false);
+        row("its parent", "/x", "/x/cache", false);
+        row("no cache named", "/x/cache", "", false);
+        row("a root", "/", "/", false);
     }
 
     void wipesOnlyTheCacheItself()

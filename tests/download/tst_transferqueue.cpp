@@ -1,12 +1,15 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "download/TransferQueue.h"
 #include "download/downloader.h"
 
 #include <QNetworkAccessManager>
+#include <QTemporaryDir>
 #include <QtTest>
 
 using Morvantix::DownloadFileInfo;
+using Morvantix::ErrorCode;
 
 Q_DECLARE_METATYPE(TransferState)
 
@@ -17,6 +20,88 @@ class TestTransferQueue : public QObject
     Q_OBJECT
 
 private slots:
+    // Filling the slots as the manager does, with a file complete on disk finishing inside its own
+    // start: files start in list order, never more than five run, and the job completes once.
+    void fillsSlotsInListOrder_data()
+    {
+        QTest::addColumn<QString>("files"); // per file: c complete on disk, f still to fetch
+        QTest::addColumn<bool>("stopped"); // the job was stopped before the fill
+        QTest::addColumn<int>("started");
+        QTest::addColumn<int>("running");
+        QTest::addColumn<int>("opened"); // starts after which the job still ran
+        QTest::addColumn<int>("completions");
+        QTest::newRow("nothing listed") << "" << false << 0 << 0 << 0 << 1;
+        QTest::newRow("seven to fetch, five run") << "fffffff" << false << 5 << 5 << 5 << 0;
+        QTest::newRow("complete files make room") << "ccfffffff" << false << 7 << 5 << 7 << 0;
+        // The last start ends the job inside the first one's: none of them goes on as running.
+        QTest::newRow("every file complete") << "ccc" << false << 3 << 0 << 0 << 1;
+        QTest::newRow("a stopped job starts nothing") << "ff" << true << 0 << 0 << 0 << 0;
+    }
+
+    void fillsSlotsInListOrder()
+    {
+        QFETCH(QString, files);
+        QFETCH(bool, stopped);
+        QFETCH(int, started);
+        QFETCH(int, running);
+        QFETCH(int, opened);
+        QFETCH(int, completions);
+        QTemporaryDir dir;
+        QVector<DownloadFileInfo> list;
+        for (int i = 0; i < files.size(); ++i) {
+            const QString path = dir.filePath(QString::number(i));
+            if (files.at(i) == 'c')
+                QVERIFY(TestFiles::writeFile(path, QByteArray(10, 'c')));
+            list.append(
+                { QString::number(i), path, 10, "http://127.0.0.1:1/" + QString::number(i), QString() });
+        }
+        bool bRunning = !stopped;
+        QStringList made;
+        int openedCount = 0, completionCount = 0;
+        TransferQueue* queue = nullptr;
+        TransferQueue::Starter starter {
+            [&](const DownloadFileInfo& file) {
+                made << file.name;
+                QSharedPointer<downloader> transfer(
+                    new downloader(nullptr, &m_network, &m_received), &QObject::deleteLater);
+                connect(transfer.data(), &downloader::DownloadResult, this,
+                    [&](ErrorCode code, const QString&, const QString& path) {
+                        if (code == ErrorCode::FileFinished && queue->Finish(path))
+                            queue->FillSlots();
+                    });
+                return transfer;
+            },
+            [&] { return bRunning; },
+            [&](const DownloadFileInfo& file, qint64 bytesOnDisk) {
+                QCOMPARE(bytesOnDisk, qint64(files.at(file.name.toInt()) == 'c' ? 10 : 0));
+                ++openedCount;
+            },
+            [&] {
+                ++completionCount;
+                bRunning = false;
+            },
+        };
+        TransferQueue filled(starter);
+        queue = &filled;
+        filled.Reset(list);
+        filled.FillSlots();
+
+        QStringList inOrder;
+        for (int i = 0; i < started; ++i)
+            inOrder << QString::number(i);
+        QCOMPARE(made, inOrder);
+        QCOMPARE(filled.RunningCount(), running);
+        QCOMPARE(openedCount, opened);
+        QCOMPARE(completionCount, completions);
+        for (int i = 0; i < files.size(); ++i) {
+            const TransferState expected = i >= started ? TransferState::Waiting
+                : files.at(i) == 'c'                    ? TransferState::Done
+                                                        : TransferState::Running;
+            QCOMPARE(filled.State(i), expected);
+        }
+        filled.StopRunning(TransferState::Paused);
+    }
+
     void stopsEveryRunningFile_data()
     {
         QTest::addColumn<TransferState>("why");

@@ -77,15 +77,17 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("shown");
-        QTest::newRow("plain, lines kept") << "维护\n下午三点"
-                                           << "维护\n下午三点";
-        QTest::newRow("clear screen, title, bell") << "a\x1b[2J\x1b]0;pwned\x07"
-                                                      "b\r\tc"
-                                                   << "a[2J]0;pwnedbc";
-        QTest::newRow("C1 escape, DEL, direction override")
-            << QString("x") + QChar(0x9b) + "31m" + QChar(0x7f) + QChar(0x202e) + "y"
-            << "x31my";
-        QTest::newRow("cut at the cap") << QString(5000, 'n') << QString(2000, 'n') + "...";
+        const auto row = [](const char* name, const QString& text, const QString& shown) {
+            QTest::newRow(name) << text << shown;
+        };
+        row("plain, lines kept", "维护\n下午三点", "维护\n下午三点");
+        row("clear screen, title, bell",
+            "a\x1b[2J\x1b]0;pwned\x07" // the bell ends here
+            "b\r\tc",
+            "a[2J]0;pwnedbc");
+        row("C1 escape, DEL, direction override",
+            QString("x") + QChar(0x9b) + "31m" + QChar(0x7f) + QChar(0x202e) + "y", "x31my");
+        row("cut at the cap", QString(5000, 'n'), QString(2000, 'n') + "...");
     }
     void showsServerTextsTamed()
     {

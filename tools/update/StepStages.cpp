@@ -31,7 +31,6 @@ void StepStages::begin(const Then& then)
         m_stages->setStep(m_run.stepIndex + 1, m_run.plan.size());
     if (!m_run.bFullInstall && m_run.stepIndex > 0)
         GetCurrentShortestDownloadFile(*m_run.ctx, step.from);
-    m_bPackageFetchedAgain = false;
 
     const DiskSpace::Need need { step.cacheBytes - m_run.presentBytes(), step.gameBytes };
     const QString shortage
@@ -98,14 +97,13 @@ void StepStages::onPackageChecked(
     // check is deleted here, so the download fetches it whole again.
     for (const QString& path : check.failedPaths)
         QFileUtils::DeleteFileOrFolder(path);
-    if (m_bPackageFetchedAgain) {
+    if (!fetchAgain) {
         if (!check.text.isEmpty())
             return fail(Stage::Trust, 0, QStringLiteral("untrusted channel: %1").arg(check.text));
         return fail(Stage::VerifyPackage, 0,
             QStringLiteral("%1 still differs from the server's manifest after a second download")
                 .arg(m_run.firstDownload().name));
     }
-    m_bPackageFetchedAgain = true;
     emit noticed(QStringLiteral("%1 failed its check and is fetched again").arg(m_run.firstDownload().name));
     fetchAgain();
 }
@@ -190,7 +188,7 @@ void StepStages::swapIn(const Then& then)
 {
     const QString game = m_run.ctx->m_updateSetting.gamePath;
     m_run.pending = PendingWork::Swap;
-    if (!save())
+    if (!m_run.save())
         return;
     startStage(Stage::Swap, game);
     const QString error = FolderSwap::Finish(game);
@@ -212,7 +210,7 @@ bool StepStages::recordStep()
     setting.currentStage = QString::fromLatin1(bLast ? Const::InitStage : Const::PatchStage);
     setting.bPatchFinished = bLast;
     m_run.pending = PendingWork::Verify;
-    if (!save())
+    if (!m_run.save())
         return false;
     m_run.settle();
     Boundary::Pass("step-recorded");

@@ -20,7 +20,8 @@ public:
     // Readies the plan's current step: its download list, its disk space, the cache pruned.
     void begin(const Then& then);
     void download(const Then& then);
-    // fetchAgain: a part failed its check the first time and was deleted.
+    // fetchAgain: the parts that failed their check were deleted and are to be downloaded once more;
+    // empty on the check after that download, when a part that fails again fails the step.
     void verify(const Then& verified, const Then& fetchAgain);
     void unpack(const Then& then);
     void checkPatch(const Then& then);
@@ -35,6 +36,4 @@ private:
         bool bMd5Failed, const PackageCheck& check, const Then& verified, const Then& fetchAgain);
     // The version reached is recorded after every step, so a run that stops later goes on from there.
     bool recordStep();
-
-    bool m_bPackageFetchedAgain = false;
 };

@@ -17,7 +17,8 @@ using namespace Morvantix;
 
 UpdateJob::UpdateJob(const UpdateOptions& options, const QString& settingsFolder, QObject* parent)
     : QObject(parent)
-    , m_run(options, settingsFolder, CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext())
+    , m_run(options, settingsFolder, CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext(),
+          [this](const StageResult& result) { fail(result); })
     , m_stages(new StageRunner(*m_run.ctx, this))
     , m_repair(new RepairJob(m_stages, *m_run.ctx, this))
     , m_trust(new TrustGate(this))
@@ -85,7 +86,11 @@ void UpdateJob::moveTo(State next)
     case State::Download:
         return m_steps->download([this] { moveTo(State::VerifyPackage); });
     case State::VerifyPackage:
-        return m_steps->verify([this] { moveTo(State::Unpack); }, [this] { moveTo(State::Download); });
+        return m_steps->verify([this] { moveTo(State::Unpack); }, [this] { moveTo(State::DownloadAgain); });
+    case State::DownloadAgain:
+        return m_steps->download([this] { moveTo(State::VerifyAgain); });
+    case State::VerifyAgain:
+        return m_steps->verify([this] { moveTo(State::Unpack); }, nullptr);
     case State::Unpack:
         return m_steps->unpack([this] { moveTo(m_run.bFullInstall ? State::Swap : State::CheckPatch); });
     case State::CheckPatch:
@@ -117,7 +122,7 @@ void UpdateJob::interrupt()
     m_bInterrupted = true;
     if (m_state == State::VerifyGame || m_state == State::VerifyInstalled) {
         m_repair->interrupt();
-    } else if (m_state == State::Download) {
+    } else if (m_state == State::Download || m_state == State::DownloadAgain) {
         m_stages->pauseDownload();
         leaveIfInterrupted();
     } else if (m_run.stage == Stage::Settings || m_run.stage == Stage::Trust || m_run.stage == Stage::Server
@@ -152,7 +157,7 @@ void UpdateJob::startRepairJob()
     const bool bRepair = m_run.options.command == Command::Repair;
     if (bRepair && !m_run.options.bDryRun) {
         m_run.pending = PendingWork::Verify;
-        if (!save())
+        if (!m_run.save())
             return;
     }
     const QString version = m_run.ctx->m_updateSetting.currentGameVersion;
@@ -174,7 +179,7 @@ void UpdateJob::onRepairFinished(const StageResult& result, const QStringList& r
     // Every file is as published: nothing is left for a later run. A dry run changed nothing.
     if (m_run.pending == PendingWork::Verify && !m_run.options.bDryRun) {
         m_run.pending = PendingWork::None;
-        if (!save())
+        if (!m_run.save())
             return;
     }
     const QString version = m_run.summary.version;
@@ -228,17 +233,9 @@ void UpdateJob::fail(const StageResult& result)
 {
     if (result.stage == Stage::Trust && !m_run.options.bDryRun && m_state != State::Finished) {
         m_run.restoreSettled();
-        save();
+        m_run.save();
     }
     finish(result);
-}
-
-bool UpdateJob::save()
-{
-    const StageResult result = m_run.save();
-    if (result.bFailed)
-        fail(result);
-    return !result.bFailed;
 }
 
 void UpdateJob::succeed(Outcome outcome, const QString& message)

@@ -53,7 +53,9 @@ private:
         Prepare, // the settings as read are written back first; a pending swap is finished
         Step, // the plan's step; nothing new recorded, the step's partial downloads are kept
         Download, // partial package files stay in the cache for the next run to continue
-        VerifyPackage, // parts that fail are deleted and fetched once more
+        VerifyPackage, // parts that fail are deleted and go to DownloadAgain
+        DownloadAgain, // the deleted parts, fetched whole once more; recorded as Download
+        VerifyAgain, // a part that fails again fails the step
         Unpack, // into the cache (patch) or beside the game (full); the game folder is untouched
         CheckPatch, // the patch package's paths must stay inside the game folder
         CheckInUse,
@@ -79,8 +81,6 @@ private:
     bool leaveIfInterrupted();
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());
     void fail(const StageResult& result);
-    // False (and the run failed) when the settings cannot be written.
-    bool save();
     void succeed(Outcome outcome, const QString& message);
     void finish(const StageResult& result);
 

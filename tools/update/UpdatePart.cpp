@@ -9,14 +9,6 @@ UpdatePart::UpdatePart(UpdateRun& run, StageRunner* stages, TrustGate* trust, QO
     , m_trust(trust)
 { }
 
-bool UpdatePart::save()
-{
-    const StageResult result = m_run.save();
-    if (result.bFailed)
-        emit failed(result);
-    return !result.bFailed;
-}
-
 void UpdatePart::startStage(Stage stage, const QString& detail)
 {
     m_run.stage = stage;

@@ -10,7 +10,8 @@ class UpdateRun;
 
 // A part of an update that does the work of some of its states on the run's shared record: it says
 // which stage it starts, and a stage that fails it reports through failed, once, calling nothing
-// further. Which state follows is the job's to decide.
+// further (a settings write that fails is reported by the run's own save). Which state follows is
+// the job's to decide.
 class UpdatePart : public QObject
 {
     Q_OBJECT
@@ -23,8 +24,6 @@ signals:
     void failed(const StageResult& result);
 
 protected:
-    // False (and the run failed) when the settings cannot be written.
-    bool save();
     // The stages of a chain's step carry the step's number.
     void startStage(Stage stage, const QString& detail);
     void fail(Stage stage, int code, const QString& text, const QString& path = QString());

@@ -56,7 +56,7 @@ bool UpdatePreparation::readSettings()
         return true;
     // Written before anything else happens: a run that could not record what it did would start
     // from the beginning every time, wiping what the last one installed.
-    if (!save())
+    if (!m_run.save())
         return false;
     m_run.settle();
     return true;
@@ -82,7 +82,7 @@ bool UpdatePreparation::finishInterruptedSwap()
     setting.currentStage = constant(Const::InitStage);
     setting.bPatchFinished = true;
     m_run.pending = PendingWork::Verify;
-    if (!save())
+    if (!m_run.save())
         return false;
     FolderSwap::RemoveLeftovers(setting.gamePath);
     m_run.pruneCache();
@@ -335,7 +335,7 @@ void UpdatePreparation::planSteps()
     // From here on the game folder may change; until the last verification passes, a later run
     // verifies before it says "up to date".
     m_run.pending = PendingWork::Verify;
-    if (!save())
+    if (!m_run.save())
         return;
     FolderSwap::RemoveLeftovers(setting.gamePath);
     m_run.stepIndex = 0;

@@ -26,11 +26,12 @@ QString constant(const char* text)
 
 } // namespace
 
-UpdateRun::UpdateRun(
-    const UpdateOptions& options, const QString& settingsFolder, std::shared_ptr<GameUpdateContext> ctx)
+UpdateRun::UpdateRun(const UpdateOptions& options, const QString& settingsFolder,
+    std::shared_ptr<GameUpdateContext> ctx, FailureSink saveFailed)
     : options(options)
     , settingsFolder(settingsFolder)
     , ctx(std::move(ctx))
+    , m_saveFailed(std::move(saveFailed))
 { }
 
 bool UpdateRun::hasSettingsFile() const
@@ -113,7 +114,15 @@ UpdatePlan UpdateRun::makePlan()
     return result;
 }
 
-StageResult UpdateRun::save() const
+bool UpdateRun::save() const
+{
+    const StageResult result = write();
+    if (result.bFailed && m_saveFailed)
+        m_saveFailed(result);
+    return !result.bFailed;
+}
+
+StageResult UpdateRun::write() const
 {
     if (options.bDryRun)
         return StageResult();

@@ -10,6 +10,7 @@
 #include <QMap>
 #include <QVector>
 
+#include <functional>
 #include <memory>
 
 // What one update run knows, shared by the part that reads the settings and documents and the part
@@ -18,9 +19,12 @@
 class UpdateRun
 {
 public:
+    using FailureSink = std::function<void(const StageResult&)>;
+
     // settingsFolder: where "config.ini" lives (to tell a first run, which has no file yet).
+    // saveFailed: where a settings write that fails is reported, which fails the run.
     UpdateRun(const UpdateOptions& options, const QString& settingsFolder,
-        std::shared_ptr<Morvantix::GameUpdateContext> ctx);
+        std::shared_ptr<Morvantix::GameUpdateContext> ctx, FailureSink saveFailed);
 
     bool hasSettingsFile() const;
     // Reads the settings into the context, following the install folder of the options; the text
@@ -29,8 +33,9 @@ public:
     // The steps for the decision taken (full install or chain) with their disk space needs, kept as
     // the run's plan, and the plan as shown.
     UpdatePlan makePlan();
-    // Writes the versions and then the pending work; a failed result when it cannot.
-    StageResult save() const;
+    // Writes the versions and then the pending work; when it cannot, reports why to the run's sink
+    // (once) and returns false, and the caller goes no further.
+    bool save() const;
     // What the settings hold now is what a later failure goes back to.
     void settle();
     // A plan made from documents a later check found untrusted is no plan to resume: back to what the
@@ -66,6 +71,9 @@ public:
     JobSummary summary;
 
 private:
+    StageResult write() const;
+
+    const FailureSink m_saveFailed;
     Morvantix::UpdateSetting m_settled; // as read, or as the last finished step recorded them
     PendingWork m_settledPending = PendingWork::None; // the pending work recorded with m_settled
 };
