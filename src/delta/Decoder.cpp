@@ -96,6 +96,7 @@ Result Decoder::decode(ByteFile& out)
 {
     m_oldPosition = 0;
     m_zerosLeft = m_literalsLeft = 0;
+    m_carry = 0;
     m_newCrc = std::uint32_t(crc32(0, nullptr, 0));
     std::uint64_t written = 0;
     while (written < m_header.newSize) {
@@ -162,6 +163,7 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
                 return result;
             if (m_zerosLeft == 0 && m_literalsLeft == 0)
                 return corrupt("an empty difference run");
+            m_carry = 0;
         }
         const std::size_t zeros = std::size_t(std::min<std::uint64_t>(m_zerosLeft, n));
         bytes += zeros;
@@ -174,8 +176,13 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
         const Result result = differences.read(m_literals.data(), take);
         if (!result.ok())
             return result;
-        for (std::size_t i = 0; i < take; ++i)
-            bytes[i] = static_cast<unsigned char>(bytes[i] + m_literals[i]);
+        unsigned carry = m_carry;
+        for (std::size_t i = 0; i < take; ++i) {
+            const unsigned sum = bytes[i] + m_literals[i] + carry;
+            bytes[i] = static_cast<unsigned char>(sum);
+            carry = sum >> 8;
+        }
+        m_carry = carry;
         bytes += take;
         n -= take;
         m_literalsLeft -= take;

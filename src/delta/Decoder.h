@@ -43,6 +43,7 @@ private:
     std::uint64_t m_oldPosition = 0;
     std::uint64_t m_zerosLeft = 0; // of the current difference run
     std::uint64_t m_literalsLeft = 0;
+    unsigned m_carry = 0; // into the next literal of the run
     std::uint32_t m_newCrc = 0;
 };
 
