@@ -1,6 +1,9 @@
 #include "Decoder.h"
 
 #include <algorithm>
+#include <new>
+#include <system_error>
+#include <thread>
 #include <zlib.h>
 
 namespace Delta {
@@ -27,7 +30,7 @@ Result Decoder::check(const std::string& oldPath, const std::string& diffPath)
     m_literals.resize(kSmallestCache);
     Result result = checkDiff(diffPath);
     if (result.ok())
-        result = checkOld(oldPath);
+        result = checkOldSize(oldPath);
     std::uint64_t offset = kHeaderSize;
     for (int i = 0; result.ok() && i < StreamCount; ++i) {
         result = m_streams[i].open(diffPath, offset, m_header.streams[i]);
@@ -74,25 +77,58 @@ Result Decoder::checkDiff(const std::string& diffPath)
     return {};
 }
 
-Result Decoder::checkOld(const std::string& oldPath)
+Result Decoder::checkOldSize(const std::string& oldPath)
 {
-    Result result = m_old.open(oldPath, ByteFile::Mode::Read);
+    m_oldPath = oldPath;
+    const Result result = m_old.open(oldPath, ByteFile::Mode::Read);
     if (!result.ok())
         return result;
     if (m_old.size() != m_header.oldSize)
         return Result::Failure(Status::OldMismatch,
             oldPath + " has " + std::to_string(m_old.size()) + " bytes; the diff was made from a file of "
                 + std::to_string(m_header.oldSize));
-    std::uint32_t crc = 0;
-    result = m_old.addToChecksum(m_old.size(), m_cache.data(), m_cache.size(), crc);
-    if (!result.ok())
-        return result;
-    if (crc != m_header.oldCrc)
-        return Result::Failure(Status::OldMismatch, oldPath + " is not the file the diff was made from");
     return {};
 }
 
+Result Decoder::checkOldBytes() const
+{
+    ByteFile old;
+    Result result = old.open(m_oldPath, ByteFile::Mode::Read);
+    std::vector<unsigned char> buffer;
+    try {
+        buffer.resize(m_cacheSize);
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory to read " + m_oldPath);
+    }
+    std::uint32_t crc = 0;
+    if (result.ok())
+        result = old.addToChecksum(m_header.oldSize, buffer.data(), buffer.size(), crc);
+    if (result.ok() && crc != m_header.oldCrc)
+        result = Result::Failure(Status::OldMismatch, m_oldPath + " is not the file the diff was made from");
+    return result;
+}
+
 Result Decoder::decode(ByteFile& out)
+{
+    // Reading and summing the old file is a good part of the work: it runs beside the rebuild, whose
+    // output stays unnamed until both are done.
+    Result oldChecked;
+    std::thread checker;
+    try {
+        checker = std::thread([this, &oldChecked] { oldChecked = checkOldBytes(); });
+    } catch (const std::system_error&) {
+        oldChecked = checkOldBytes();
+        if (!oldChecked.ok())
+            return oldChecked;
+    }
+    const Result rebuilt = rebuild(out);
+    if (checker.joinable())
+        checker.join();
+    // A wrong old file spoils the new bytes too; its own message says why.
+    return oldChecked.ok() ? rebuilt : oldChecked;
+}
+
+Result Decoder::rebuild(ByteFile& out)
 {
     m_oldPosition = 0;
     m_zerosLeft = m_literalsLeft = 0;
