@@ -30,7 +30,7 @@ constexpr std::uint64_t kSpanBytesPerByte = 2 + 2 * (1 + Matcher::kIndexBytesPer
 
 // The new bytes are described in parts, taken in turn by one thread per core; parts of different
 // cost even out over several of them. A part below this costs more at its seam than it saves.
-constexpr std::int64_t kSmallestPart = 1 << 20;
+constexpr std::int64_t kSmallestPart = 1 << 19;
 constexpr std::int64_t kMostParts = 8;
 // The matches of every part wait in memory until the parts before them are written: a major version
 // of a 197 MB library held one per 61 bytes of the new file; counted at twice that.
