@@ -133,6 +133,7 @@ Result Decoder::rebuild(ByteFile& out)
     m_oldPosition = 0;
     m_zerosLeft = m_literalsLeft = 0;
     m_carry = 0;
+    m_outUsed = 0;
     m_newCrc = std::uint32_t(crc32(0, nullptr, 0));
     std::uint64_t written = 0;
     while (written < m_header.newSize) {
@@ -159,6 +160,9 @@ Result Decoder::rebuild(ByteFile& out)
             return result;
         written += copy + extra;
     }
+    const Result flushed = flushOut(out);
+    if (!flushed.ok())
+        return flushed;
     for (const StreamReader& stream : m_streams) {
         if (!stream.atEnd())
             return corrupt("a stream holds more than the new file needs");
@@ -173,12 +177,14 @@ Result Decoder::rebuild(ByteFile& out)
 Result Decoder::copyFromOld(std::uint64_t length, ByteFile& out)
 {
     while (length > 0) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size()));
-        Result result = m_old.readAt(m_oldPosition, m_cache.data(), n);
+        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
+        unsigned char* to = m_cache.data() + m_outUsed;
+        Result result = m_old.readAt(m_oldPosition, to, n);
         if (result.ok())
-            result = addDifferences(m_cache.data(), n);
-        if (result.ok())
-            result = put(m_cache.data(), n, out);
+            result = addDifferences(to, n);
+        m_outUsed += n;
+        if (result.ok() && m_outUsed == m_cache.size())
+            result = flushOut(out);
         if (!result.ok())
             return result;
         m_oldPosition += n;
@@ -229,10 +235,11 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
 Result Decoder::copyExtra(std::uint64_t length, ByteFile& out)
 {
     while (length > 0) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size()));
-        Result result = m_streams[ExtraStream].read(m_cache.data(), n);
-        if (result.ok())
-            result = put(m_cache.data(), n, out);
+        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
+        Result result = m_streams[ExtraStream].read(m_cache.data() + m_outUsed, n);
+        m_outUsed += n;
+        if (result.ok() && m_outUsed == m_cache.size())
+            result = flushOut(out);
         if (!result.ok())
             return result;
         length -= n;
@@ -240,10 +247,12 @@ Result Decoder::copyExtra(std::uint64_t length, ByteFile& out)
     return {};
 }
 
-Result Decoder::put(const unsigned char* bytes, std::size_t n, ByteFile& out)
+Result Decoder::flushOut(ByteFile& out)
 {
-    m_newCrc = std::uint32_t(crc32(m_newCrc, bytes, uInt(n)));
-    return out.write(bytes, n);
+    const std::size_t n = m_outUsed;
+    m_outUsed = 0;
+    m_newCrc = std::uint32_t(crc32(m_newCrc, m_cache.data(), uInt(n)));
+    return out.write(m_cache.data(), n);
 }
 
 } // namespace Delta

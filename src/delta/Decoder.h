@@ -8,10 +8,11 @@
 
 namespace Delta {
 
-// Rebuilds a new file from an old file and a diff, streaming: memory is twice the cache given plus a
-// fixed amount, whatever the sizes of the files. The diff's own checksum and length and the old file's
-// size are checked before the first byte is written; the old file's checksum is taken on a second
-// thread while the new file is written, and the new file's at the end.
+// Rebuilds a new file from an old file and a diff, streaming: memory is twice the cache given (the new
+// bytes on their way out, the old file's checksum) plus a fixed amount, whatever the sizes of the files. The
+// diff's own checksum and length and the old file's size are checked before the first byte is written; the
+// old file's checksum is taken on a second thread while the new file is written, and the new file's at the
+// end.
 class Decoder
 {
 public:
@@ -36,7 +37,8 @@ private:
     Result copyFromOld(std::uint64_t length, ByteFile& out);
     Result copyExtra(std::uint64_t length, ByteFile& out);
     Result addDifferences(unsigned char* bytes, std::size_t n);
-    Result put(const unsigned char* bytes, std::size_t n, ByteFile& out);
+    // Checksums and writes the new bytes gathered in the cache.
+    Result flushOut(ByteFile& out);
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
@@ -44,7 +46,8 @@ private:
     std::string m_oldPath;
     ByteFile m_old;
     StreamReader m_streams[StreamCount];
-    std::vector<unsigned char> m_cache;
+    std::vector<unsigned char> m_cache; // the new bytes on their way out
+    std::size_t m_outUsed = 0;
     std::vector<unsigned char> m_literals;
     std::uint64_t m_oldPosition = 0;
     std::uint64_t m_zerosLeft = 0; // of the current difference run

@@ -97,9 +97,9 @@ private slots:
         for (int i = 1; i < 5; ++i)
             largeEdited.replace(
                 int(qint64(largeEdited.size()) * i / 5) - 2000, 4000, patternBytes(4000, quint32(i + 20)));
-        // Every third byte one less, 2.5 MiB described in two parts: a carry is pending where the apply's
-        // 1 MiB cache reads the old file anew inside the first part.
-        const QByteArray dense = big.left(5 << 19);
+        // Every third byte one less: a carry is pending at the 1 MiB mark, where the apply's cache is
+        // written out inside a copy (the parts' seams lie elsewhere).
+        const QByteArray dense = big.left((3 << 20) - 12345);
         QByteArray denseEdited = dense;
         for (int i = 900000; i < 1200000; i += 3)
             denseEdited[i] = char(denseEdited[i] - 1);
