@@ -7,8 +7,10 @@
 # Debian packages are fetched with "apt-get download" into a cache outside the repository
 # (${CORE_BENCH_CACHE:-$HOME/.cache/core-bench}); the peers' results are kept there too, keyed by the
 # checksums of their inputs, because bsdiff takes many minutes per file. For each pair the largest
-# changed file is diffed; sizes are after packing with 7-Zip as the publisher packs (-mx5). Then a
-# generated 4 GiB file with 20 scattered 4 KiB edits is diffed under the publisher's default budget.
+# changed file is diffed; sizes are after packing with 7-Zip as the publisher packs (-mx5); ours is
+# applied through hpatchz on disk and on a tmpfs (/dev/shm), and small pairs have bsdiff timed again
+# right beside ours. Then a generated 4 GiB file with 20 scattered 4 KiB edits is diffed under the
+# publisher's default budget.
 # Without a build folder (or without its programs) only the peers run, which fills the cache.
 set -uo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -91,21 +93,39 @@ peer() {
     cat "$result"
 }
 
-# Ours on one pair: the same figures, then the apply through hpatchz (warm cache) and its check.
+# The apply through hpatchz in place in folder $1 (warm cache), checked; $2 names the place.
+apply_in() {
+    local folder="$1" place="$2" old="$3" diff="$4" new="$5" applied
+    cp "$old" "$folder/target"
+    sync
+    cat "$old" "$diff" >/dev/null
+    applied="$(measure "$build/bin/hpatchz" "$folder/target" "$diff" "$folder/target" -f -s-1m -C-old-new-diff)"
+    if cmp -s "$folder/target" "$new"; then
+        echo "$applied $(stat -c %s "$new")" | awk -v place="$place" '{ printf "apply %s %.3f s %d KiB peak %.0f MB/s of new file\n", place, $1, $2, $3 / 1e6 / ($1 > 0 ? $1 : 0.001) }'
+    else
+        echo "apply $place: hpatchz did not rebuild the new file ($applied)"
+    fi
+    rm -f "$folder/target"
+}
+
+# Ours on one pair: the same figures, then the apply on disk and on a tmpfs. A small pair has
+# bsdiff timed again right before ours, so the two times share the machine's load.
 ours() {
-    local old="$1" new="$2" diff="$work/ours.diff" figures applied
+    local old="$1" new="$2" diff="$work/ours.diff" figures shm
+    if [ "$(stat -c %s "$new")" -lt $((16 << 20)) ]; then
+        echo "bsdiff beside ours $(measure bsdiff "$old" "$new" "$work/beside.diff")"
+        rm -f "$work/beside.diff"
+    fi
     figures="$(measure "$build/bench/encode" "$old" "$new" "$diff")"
     [ "$figures" = "failed" ] && { echo "ours: encode failed"; return; }
     echo "ours $figures $(stat -c %s "$diff") $(packed_size "$diff")"
-    cp "$old" "$work/target"
-    cat "$old" "$diff" >/dev/null
-    applied="$(measure "$build/bin/hpatchz" "$work/target" "$diff" "$work/target" -f -s-1m -C-old-new-diff)"
-    if cmp -s "$work/target" "$new"; then
-        echo "apply $applied $(stat -c %s "$new")" | awk '{ printf "apply %.3f s %d KiB peak %.0f MB/s of new file\n", $2, $3, $4 / 1e6 / ($2 > 0 ? $2 : 0.001) }'
-    else
-        echo "apply: hpatchz did not rebuild the new file ($applied)"
+    apply_in "$work" "on disk" "$old" "$diff" "$new"
+    if [ -d /dev/shm ] && shm="$(mktemp -d /dev/shm/core-delta-bench.XXXXXX)"; then
+        cp "$diff" "$shm/diff"
+        apply_in "$shm" "on tmpfs" "$old" "$shm/diff" "$new"
+        rm -rf "$shm"
     fi
-    rm -f "$work/target" "$diff"
+    rm -f "$diff"
 }
 
 compare_pair() {

@@ -1,6 +1,9 @@
 #include "Decoder.h"
 
 #include <algorithm>
+#include <new>
+#include <system_error>
+#include <thread>
 #include <zlib.h>
 
 namespace Delta {
@@ -27,7 +30,7 @@ Result Decoder::check(const std::string& oldPath, const std::string& diffPath)
     m_literals.resize(kSmallestCache);
     Result result = checkDiff(diffPath);
     if (result.ok())
-        result = checkOld(oldPath);
+        result = checkOldSize(oldPath);
     std::uint64_t offset = kHeaderSize;
     for (int i = 0; result.ok() && i < StreamCount; ++i) {
         result = m_streams[i].open(diffPath, offset, m_header.streams[i]);
@@ -74,28 +77,63 @@ Result Decoder::checkDiff(const std::string& diffPath)
     return {};
 }
 
-Result Decoder::checkOld(const std::string& oldPath)
+Result Decoder::checkOldSize(const std::string& oldPath)
 {
-    Result result = m_old.open(oldPath, ByteFile::Mode::Read);
+    m_oldPath = oldPath;
+    const Result result = m_old.open(oldPath, ByteFile::Mode::Read);
     if (!result.ok())
         return result;
     if (m_old.size() != m_header.oldSize)
         return Result::Failure(Status::OldMismatch,
             oldPath + " has " + std::to_string(m_old.size()) + " bytes; the diff was made from a file of "
                 + std::to_string(m_header.oldSize));
-    std::uint32_t crc = 0;
-    result = m_old.addToChecksum(m_old.size(), m_cache.data(), m_cache.size(), crc);
-    if (!result.ok())
-        return result;
-    if (crc != m_header.oldCrc)
-        return Result::Failure(Status::OldMismatch, oldPath + " is not the file the diff was made from");
     return {};
+}
+
+Result Decoder::checkOldBytes() const
+{
+    ByteFile old;
+    Result result = old.open(m_oldPath, ByteFile::Mode::Read);
+    std::vector<unsigned char> buffer;
+    try {
+        buffer.resize(m_cacheSize);
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory to read " + m_oldPath);
+    }
+    std::uint32_t crc = 0;
+    if (result.ok())
+        result = old.addToChecksum(m_header.oldSize, buffer.data(), buffer.size(), crc);
+    if (result.ok() && crc != m_header.oldCrc)
+        result = Result::Failure(Status::OldMismatch, m_oldPath + " is not the file the diff was made from");
+    return result;
 }
 
 Result Decoder::decode(ByteFile& out)
 {
+    // Reading and summing the old file is a good part of the work: it runs beside the rebuild, whose
+    // output stays unnamed until both are done.
+    Result oldChecked;
+    std::thread checker;
+    try {
+        checker = std::thread([this, &oldChecked] { oldChecked = checkOldBytes(); });
+    } catch (const std::system_error&) {
+        oldChecked = checkOldBytes();
+        if (!oldChecked.ok())
+            return oldChecked;
+    }
+    const Result rebuilt = rebuild(out);
+    if (checker.joinable())
+        checker.join();
+    // A wrong old file spoils the new bytes too; its own message says why.
+    return oldChecked.ok() ? rebuilt : oldChecked;
+}
+
+Result Decoder::rebuild(ByteFile& out)
+{
     m_oldPosition = 0;
     m_zerosLeft = m_literalsLeft = 0;
+    m_carry = 0;
+    m_outUsed = 0;
     m_newCrc = std::uint32_t(crc32(0, nullptr, 0));
     std::uint64_t written = 0;
     while (written < m_header.newSize) {
@@ -122,6 +160,9 @@ Result Decoder::decode(ByteFile& out)
             return result;
         written += copy + extra;
     }
+    const Result flushed = flushOut(out);
+    if (!flushed.ok())
+        return flushed;
     for (const StreamReader& stream : m_streams) {
         if (!stream.atEnd())
             return corrupt("a stream holds more than the new file needs");
@@ -136,12 +177,14 @@ Result Decoder::decode(ByteFile& out)
 Result Decoder::copyFromOld(std::uint64_t length, ByteFile& out)
 {
     while (length > 0) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size()));
-        Result result = m_old.readAt(m_oldPosition, m_cache.data(), n);
+        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
+        unsigned char* to = m_cache.data() + m_outUsed;
+        Result result = m_old.readAt(m_oldPosition, to, n);
         if (result.ok())
-            result = addDifferences(m_cache.data(), n);
-        if (result.ok())
-            result = put(m_cache.data(), n, out);
+            result = addDifferences(to, n);
+        m_outUsed += n;
+        if (result.ok() && m_outUsed == m_cache.size())
+            result = flushOut(out);
         if (!result.ok())
             return result;
         m_oldPosition += n;
@@ -162,6 +205,7 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
                 return result;
             if (m_zerosLeft == 0 && m_literalsLeft == 0)
                 return corrupt("an empty difference run");
+            m_carry = 0;
         }
         const std::size_t zeros = std::size_t(std::min<std::uint64_t>(m_zerosLeft, n));
         bytes += zeros;
@@ -174,8 +218,13 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
         const Result result = differences.read(m_literals.data(), take);
         if (!result.ok())
             return result;
-        for (std::size_t i = 0; i < take; ++i)
-            bytes[i] = static_cast<unsigned char>(bytes[i] + m_literals[i]);
+        unsigned carry = m_carry;
+        for (std::size_t i = 0; i < take; ++i) {
+            const unsigned sum = bytes[i] + m_literals[i] + carry;
+            bytes[i] = static_cast<unsigned char>(sum);
+            carry = sum >> 8;
+        }
+        m_carry = carry;
         bytes += take;
         n -= take;
         m_literalsLeft -= take;
@@ -186,10 +235,11 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
 Result Decoder::copyExtra(std::uint64_t length, ByteFile& out)
 {
     while (length > 0) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size()));
-        Result result = m_streams[ExtraStream].read(m_cache.data(), n);
-        if (result.ok())
-            result = put(m_cache.data(), n, out);
+        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
+        Result result = m_streams[ExtraStream].read(m_cache.data() + m_outUsed, n);
+        m_outUsed += n;
+        if (result.ok() && m_outUsed == m_cache.size())
+            result = flushOut(out);
         if (!result.ok())
             return result;
         length -= n;
@@ -197,10 +247,12 @@ Result Decoder::copyExtra(std::uint64_t length, ByteFile& out)
     return {};
 }
 
-Result Decoder::put(const unsigned char* bytes, std::size_t n, ByteFile& out)
+Result Decoder::flushOut(ByteFile& out)
 {
-    m_newCrc = std::uint32_t(crc32(m_newCrc, bytes, uInt(n)));
-    return out.write(bytes, n);
+    const std::size_t n = m_outUsed;
+    m_outUsed = 0;
+    m_newCrc = std::uint32_t(crc32(m_newCrc, m_cache.data(), uInt(n)));
+    return out.write(m_cache.data(), n);
 }
 
 } // namespace Delta

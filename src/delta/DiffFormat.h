@@ -1,12 +1,12 @@
 #pragma once
 
-// The diff format, version 1. Everything the encoder writes and the decoder reads is described here.
+// The diff format, version 2. Everything the encoder writes and the decoder reads is described here.
 //
 // A diff file is a fixed header followed by three streams, in this order:
 //
 //   offset  size  field
 //   0       8     magic "CoDiff\r\n" (the line end catches a text-mode copy)
-//   8       4     format version (1)
+//   8       4     format version (2)
 //   12      4     reserved, 0
 //   16      8     size of the old file
 //   24      8     size of the new file
@@ -31,7 +31,11 @@
 //
 // The difference stream is coded by runs, because a match that tolerates changed bytes leaves mostly
 // zeros there: pairs of a variable-length count of zero bytes and a count of literal bytes, followed by
-// those bytes. The pairs run on across records. The extra stream is plain bytes.
+// those bytes. The pairs run on across records. The literal bytes of a pair are added to their old
+// bytes as one little-endian number: the carry out of each byte goes into the next, and the carry out
+// of the last is dropped. An address that moved by some distance then differs by the same literal bytes
+// wherever it stands, whatever its low bytes were, which the package's compressor finds again and
+// again. The extra stream is plain bytes.
 
 #include <cstddef>
 #include <cstdint>
@@ -39,7 +43,7 @@
 namespace Delta {
 
 constexpr char kMagic[8] = { 'C', 'o', 'D', 'i', 'f', 'f', '\r', '\n' };
-constexpr std::uint32_t kFormatVersion = 1;
+constexpr std::uint32_t kFormatVersion = 2;
 constexpr std::size_t kHeaderSize = 104;
 constexpr std::size_t kChecksumOffset = 100;
 

@@ -85,7 +85,7 @@ Result DiffSink::putDifferences(const unsigned char* oldCopy, const unsigned cha
             i = same;
             continue;
         }
-        const Result result = putLiteral(static_cast<unsigned char>(newCopy[i] - oldCopy[i]));
+        const Result result = putLiteral(oldCopy[i], newCopy[i]);
         if (!result.ok())
             return result;
         ++i;
@@ -102,16 +102,19 @@ Result DiffSink::putZeros(std::uint64_t n)
     return {};
 }
 
-Result DiffSink::putLiteral(unsigned char byte)
+Result DiffSink::putLiteral(unsigned char oldByte, unsigned char newByte)
 {
     if (!m_literals.empty() && m_trailingZeros >= kShortestZeroRun) {
         const Result result = emitRun();
         if (!result.ok())
             return result;
     }
-    m_literals.insert(m_literals.end(), std::size_t(m_trailingZeros), 0);
+    // An equal byte inside the run passes a pending carry on: 0xff plus the carry leaves it as it was.
+    m_literals.insert(m_literals.end(), std::size_t(m_trailingZeros), m_carry ? 0xff : 0);
     m_trailingZeros = 0;
-    m_literals.push_back(byte);
+    const unsigned char literal = static_cast<unsigned char>(newByte - oldByte - m_carry);
+    m_carry = (unsigned(oldByte) + literal + m_carry) >> 8;
+    m_literals.push_back(literal);
     if (m_literals.size() >= kLongestLiteralRun)
         return emitRun();
     return {};
@@ -128,6 +131,7 @@ Result DiffSink::emitRun()
     m_leadingZeros = m_trailingZeros;
     m_trailingZeros = 0;
     m_literals.clear();
+    m_carry = 0;
     return result;
 }
 

@@ -28,7 +28,7 @@ private:
     Result flushRecord();
     Result putDifferences(const unsigned char* oldCopy, const unsigned char* newCopy, std::uint64_t n);
     Result putZeros(std::uint64_t n);
-    Result putLiteral(unsigned char byte);
+    Result putLiteral(unsigned char oldByte, unsigned char newByte);
     Result emitRun();
     Result putVarint(int stream, std::uint64_t value);
     Result assemble(DiffHeader& header);
@@ -52,6 +52,7 @@ private:
     std::uint64_t m_leadingZeros = 0;
     std::vector<unsigned char> m_literals;
     std::uint64_t m_trailingZeros = 0;
+    unsigned m_carry = 0; // out of the last literal, into the next byte of the run
 };
 
 } // namespace Delta

@@ -24,13 +24,19 @@ constexpr std::uint64_t kFixedMemory = 8 << 20;
 // or a removal shorter than that keeps the rest of the span aligned.
 constexpr std::uint64_t kLeastSlack = 8 << 20;
 constexpr std::uint64_t kLargestBlock = 1 << 20;
-// Per byte of a span: the span itself, and an old window up to twice as long with its index.
-constexpr std::uint64_t kSpanBytesPerByte = 1 + 2 * (1 + Matcher::kIndexBytesPerByte);
+// Per byte of a span: the span itself, its held matches (under a byte), and an old window up to twice
+// as long with its index.
+constexpr std::uint64_t kSpanBytesPerByte = 2 + 2 * (1 + Matcher::kIndexBytesPerByte);
 
 // The new bytes are described in parts, taken in turn by one thread per core; parts of different
 // cost even out over several of them. A part below this costs more at its seam than it saves.
-constexpr std::int64_t kSmallestPart = 1 << 20;
+constexpr std::int64_t kSmallestPart = 1 << 19;
 constexpr std::int64_t kMostParts = 8;
+// The matches of every part wait in memory until the parts before them are written: a major version
+// of a 197 MB library held one per 61 bytes of the new file; counted at twice that.
+constexpr std::uint64_t kNewBytesPerHeldPiece = 32;
+static_assert(
+    PieceList::kPieceBytes <= kNewBytesPerHeldPiece, "a span's held matches are counted below a byte");
 
 // Describes the new bytes part by part on every core over the one index; the pieces of each part
 // wait in memory until the parts before it are in the sink. Each seam costs a few bytes.
@@ -41,7 +47,10 @@ Result describeOnAllCores(
     const std::int64_t parts = std::min(kMostParts, newSize / kSmallestPart);
     if (threads < 2 || parts < 2)
         return matcher.describe(newBytes, newSize, 0, sink);
-    std::vector<PieceList> pieces(static_cast<std::size_t>(parts));
+    std::vector<PieceList> pieces;
+    pieces.reserve(static_cast<std::size_t>(parts));
+    for (std::int64_t part = 0; part < parts; ++part)
+        pieces.emplace_back(matcher.old(), matcher.oldBase(), newBytes + newSize * part / parts);
     std::vector<Result> results(static_cast<std::size_t>(parts));
     std::atomic<std::int64_t> next { 0 };
     const auto describeParts = [&] {
@@ -125,7 +134,8 @@ Encoder::Encoder(const EncodeOptions& options)
 
 std::uint64_t Encoder::WholeMemory(std::uint64_t oldSize, std::uint64_t newSize)
 {
-    return oldSize * (1 + Matcher::kIndexBytesPerByte) + newSize + kFixedMemory;
+    return oldSize * (1 + Matcher::kIndexBytesPerByte) + newSize
+        + newSize / kNewBytesPerHeldPiece * PieceList::kPieceBytes + kFixedMemory;
 }
 
 std::uint64_t Encoder::MemoryFor(std::uint64_t oldSize, std::uint64_t newSize, std::uint64_t budget)

@@ -22,6 +22,9 @@ public:
     // The largest old window one index covers.
     static constexpr std::int64_t kLargestOld = 0x7fffffff - 1;
 
+    const unsigned char* old() const { return m_old; }
+    std::uint64_t oldBase() const { return m_oldBase; }
+
     Result buildIndex();
     // Describes newBytes as pieces in the sink, starting from the guess that they are the old bytes
     // from firstOffset on. Only reads the index: several threads may describe parts of the new file

@@ -112,6 +112,19 @@ Result StreamReader::read(void* data, std::size_t n)
 
 Result StreamReader::readVarint(std::uint64_t& value)
 {
+    // Most numbers lie whole in the buffer: read there without a call per byte.
+    if (m_end - m_begin >= kMaxVarintBytes) {
+        const unsigned char* at = m_output.data() + m_begin;
+        value = 0;
+        for (std::size_t i = 0; i < kMaxVarintBytes; ++i) {
+            value |= std::uint64_t(at[i] & 0x7f) << (7 * i);
+            if ((at[i] & 0x80) == 0) {
+                m_begin += i + 1;
+                return {};
+            }
+        }
+        return corrupt("a number runs on too long");
+    }
     value = 0;
     for (int shift = 0; shift < 64; shift += 7) {
         unsigned char byte = 0;
