@@ -34,6 +34,19 @@ QString PackagePublisher::stagedPath(const QString& rel) const
     return QDir(m_stagingDir).filePath(rel);
 }
 
+Outcome PackagePublisher::publish(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
+    QVector<PatchEntry>& entries) const
+{
+    // Full packages first: a patch package is only published when it is smaller than the full
+    // package of its target. The guide manifest still lists the patches first.
+    QVector<PatchEntry> fullPackages;
+    Outcome outcome = publishFullPackages(versions, unchanged, fullPackages);
+    if (outcome.ok())
+        outcome = publishPatches(versions, unchanged, fullPackages, entries);
+    entries += fullPackages;
+    return outcome;
+}
+
 Outcome PackagePublisher::publishFullPackages(const QVector<StagedVersion>& versions,
     const QVector<bool>& unchanged, QVector<PatchEntry>& entries) const
 {

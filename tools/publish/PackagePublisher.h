@@ -33,15 +33,18 @@ public:
         const PreviousOutput& previous, const Archiver& archiver, SameSettings sameSettings,
         const ProgressSink& progress);
 
-    // unchanged: per version, whether it is the one OUTPUT publishes.
+    // Appends the guide manifest's lines: the patches, then the full packages. unchanged: per version,
+    // whether it is the one OUTPUT publishes.
+    Outcome publish(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
+        QVector<Morvantix::PatchEntry>& entries) const;
+
+private:
     Outcome publishFullPackages(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
         QVector<Morvantix::PatchEntry>& entries) const;
     // Patches to each version from the patch distance's earlier ones; a patch not smaller than the
     // full package of its target is left out.
     Outcome publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
         const QVector<Morvantix::PatchEntry>& fullPackages, QVector<Morvantix::PatchEntry>& entries) const;
-
-private:
     using MakePackage = std::function<Outcome(const QString& archivePath, QStringList& written)>;
 
     // The package from -> to at archiveRel: taken over from OUTPUT when bReusable and still there,

@@ -22,8 +22,6 @@
 #include <QJsonObject>
 #include <QThread>
 
-using Morvantix::PatchEntry;
-
 namespace Publish {
 
 namespace {
@@ -72,41 +70,47 @@ Outcome Publisher::run()
         outcome = writeInfoDocument();
     QVector<StagedVersion> versions(sources.size());
     QVector<bool> unchanged(sources.size());
-    if (outcome.ok()) {
-        const VersionStager stager(m_staging->path(), *m_previous, m_progress);
-        for (int i = 0; outcome.ok() && i < sources.size(); ++i) {
-            bool bUnchanged = false;
-            outcome = stager.stage(sources.at(i), versions[i], bUnchanged);
-            unchanged[i] = bUnchanged;
-        }
-    }
-    // Full packages first: a patch package is only published when it is smaller than the full
-    // package of its target. The guide manifest still lists the patches first.
+    if (outcome.ok())
+        outcome = stageVersions(sources, versions, unchanged);
     Morvantix::GuideManifestInfo guide;
-    QVector<PatchEntry> fullPackages;
     if (outcome.ok()) {
         const PackagePublisher packages(
             m_options, m_staging->path(), m_workDir, *m_previous, *m_archiver, m_sameSettings, m_progress);
-        outcome = packages.publishFullPackages(versions, unchanged, fullPackages);
-        if (outcome.ok())
-            outcome = packages.publishPatches(versions, unchanged, fullPackages, guide.patchList);
+        outcome = packages.publish(versions, unchanged, guide.patchList);
     }
-    guide.patchList += fullPackages;
     if (outcome.ok()) {
         guide.lastVersion = versions.last().text;
         outcome = writeDocuments(guide);
     }
-    if (outcome.ok() && m_signer) {
-        QStringList versionTexts;
-        for (const StagedVersion& version : versions)
-            versionTexts << version.text;
-        emit stepStarted(QStringLiteral("signing the channel"));
-        outcome = m_signer->sign(m_staging->path(), ChannelSigner::SignedPaths(guide, versionTexts),
-            ChannelSigner::PublishedSerial(m_outputDir), QDateTime::currentDateTimeUtc());
-    }
+    if (outcome.ok() && m_signer)
+        outcome = sign(guide, versions);
     if (outcome.ok())
         outcome = moveIntoPlace();
     return outcome;
+}
+
+Outcome Publisher::stageVersions(
+    const QVector<VersionSource>& sources, QVector<StagedVersion>& versions, QVector<bool>& unchanged)
+{
+    const VersionStager stager(m_staging->path(), *m_previous, m_progress);
+    for (int i = 0; i < sources.size(); ++i) {
+        bool bUnchanged = false;
+        const Outcome outcome = stager.stage(sources.at(i), versions[i], bUnchanged);
+        if (!outcome.ok())
+            return outcome;
+        unchanged[i] = bUnchanged;
+    }
+    return {};
+}
+
+Outcome Publisher::sign(const Morvantix::GuideManifestInfo& guide, const QVector<StagedVersion>& versions)
+{
+    QStringList versionTexts;
+    for (const StagedVersion& version : versions)
+        versionTexts << version.text;
+    emit stepStarted(QStringLiteral("signing the channel"));
+    return m_signer->sign(m_staging->path(), ChannelSigner::SignedPaths(guide, versionTexts),
+        ChannelSigner::PublishedSerial(m_outputDir), QDateTime::currentDateTimeUtc());
 }
 
 Outcome Publisher::prepare()

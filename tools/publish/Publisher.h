@@ -4,6 +4,7 @@
 #include "Outcome.h"
 #include "PackagePublisher.h"
 #include "ProgressSink.h"
+#include "VersionFolders.h"
 #include "planning/GuideManifestInfo.h"
 
 #include <QObject>
@@ -37,7 +38,11 @@ signals:
 private:
     Outcome prepare();
     Outcome writeInfoDocument();
+    // unchanged: per version, whether OUTPUT already publishes it as it is.
+    Outcome stageVersions(
+        const QVector<VersionSource>& sources, QVector<StagedVersion>& versions, QVector<bool>& unchanged);
     Outcome writeDocuments(const Morvantix::GuideManifestInfo& guide);
+    Outcome sign(const Morvantix::GuideManifestInfo& guide, const QVector<StagedVersion>& versions);
     Outcome moveIntoPlace();
     bool removeWorkFolder() const;
 
