@@ -18,7 +18,8 @@ class Archiver;
 class PreviousOutput;
 
 // Makes the packages of the staged versions in the staging folder, or takes over those of OUTPUT whose
-// inputs and settings are unchanged, and gives the guide manifest's line for each.
+// inputs and settings are unchanged, and gives the guide manifest's line for each. It holds what it is
+// given by reference, so it lives within one run of the publisher.
 class PackagePublisher
 {
 public:
@@ -45,6 +46,7 @@ private:
     // full package of its target is left out.
     Outcome publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
         const QVector<Morvantix::PatchEntry>& fullPackages, QVector<Morvantix::PatchEntry>& entries) const;
+
     using MakePackage = std::function<Outcome(const QString& archivePath, QStringList& written)>;
 
     // The package from -> to at archiveRel: taken over from OUTPUT when bReusable and still there,

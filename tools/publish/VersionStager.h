@@ -15,7 +15,7 @@ class PreviousOutput;
 
 // Copies each version into the staging folder with its file list. A version whose files and empty
 // folders are those OUTPUT already publishes takes over the published loose files, linked where the
-// file system allows, so its packages may be taken over too.
+// file system allows, so its packages may be taken over too. Lives within one run of the publisher.
 class VersionStager
 {
 public:
