@@ -343,6 +343,37 @@ private slots:
         QVERIFY(QFileInfo(temp.filePath("with-folder/saves")).isDir());
     }
 
+    // An unchanged version takes over OUTPUT's loose files only where they are still whole; a damaged
+    // one is copied from the version folder again, and the version still counts as unchanged.
+    void takesOverOnlyIntactLooseFiles_data()
+    {
+        QTest::addColumn<QString>("damage");
+        QTest::newRow("removed") << "removed";
+        QTest::newRow("truncated") << "truncated";
+        QTest::newRow("folder in its place") << "folder";
+    }
+
+    void takesOverOnlyIntactLooseFiles()
+    {
+        QFETCH(QString, damage);
+        QTemporaryDir temp;
+        const QString versions = temp.filePath("versions"), root = temp.filePath("channel");
+        writeVersion(versions, 1);
+        QVERIFY(publish({ versions, root }).ok());
+        const QString loose = root + "/1.0.0.1/files/readme.txt";
+        QVERIFY(QFile::remove(loose));
+        if (damage == "truncated")
+            QVERIFY(writeFile(loose, patternBytes(100, 1)));
+        else if (damage == "folder")
+            QVERIFY(writeFile(loose + "/inside.txt", "not the game's"));
+
+        QStringList steps;
+        const Outcome outcome = publish({ versions, root }, &steps);
+        QVERIFY2(outcome.ok(), qPrintable(outcome.text));
+        QCOMPARE(packageSteps(steps), QStringList { "1.0.0.1: full package unchanged" });
+        QCOMPARE(TestFiles::md5Tree(root + "/1.0.0.1/files"), TestFiles::md5Tree(versionFiles(1)));
+    }
+
     // A file whose diff does not rebuild it travels whole, with a line for the operator; the run goes on.
     void unprovenDiffTravelsWhole()
     {

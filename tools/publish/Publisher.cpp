@@ -2,11 +2,13 @@
 
 #include "Archiver.h"
 #include "ChannelSigner.h"
-#include "DiffTool.h"
 #include "FileStaging.h"
 #include "InfoDocument.h"
 #include "KeyFile.h"
+#include "PackagePublisher.h"
 #include "PreviousOutput.h"
+#include "VersionFolders.h"
+#include "VersionStager.h"
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
 #include "install/ExternalTools.h"
@@ -19,10 +21,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QThread>
-
-using Morvantix::ManifestFileMap;
-using Morvantix::PatchEntry;
-using Morvantix::PatchFileInfo;
 
 namespace Publish {
 
@@ -48,6 +46,9 @@ QJsonObject settingsOf(const PublishOptions& options)
 Publisher::Publisher(const PublishOptions& options, QObject* parent)
     : QObject(parent)
     , m_options(options)
+    , m_progress { [this](const QString& what) { emit stepStarted(what); },
+        [this](int percent) { emit percentChanged(percent); },
+        [this](const QString& text) { emit noticed(text); } }
 { }
 
 Publisher::~Publisher() = default;
@@ -55,20 +56,6 @@ Publisher::~Publisher() = default;
 QString Publisher::stagedPath(const QString& rel) const
 {
     return QDir(m_staging->path()).filePath(rel);
-}
-
-std::function<void(qint64)> Publisher::byteProgress(qint64 total)
-{
-    auto done = std::make_shared<qint64>(0);
-    auto shown = std::make_shared<int>(-1);
-    return [this, total, done, shown](qint64 bytes) {
-        *done += bytes;
-        const int percent = total > 0 ? int(*done * 100 / total) : 100;
-        if (percent != *shown) {
-            *shown = percent;
-            emit percentChanged(percent);
-        }
-    };
 }
 
 Outcome Publisher::run()
@@ -83,107 +70,47 @@ Outcome Publisher::run()
         outcome = writeInfoDocument();
     QVector<StagedVersion> versions(sources.size());
     QVector<bool> unchanged(sources.size());
-    for (int i = 0; outcome.ok() && i < sources.size(); ++i) {
-        bool bUnchanged = false;
-        outcome = stageVersion(sources.at(i), versions[i], bUnchanged);
-        unchanged[i] = bUnchanged;
-    }
-    // Full packages first: a patch package is only published when it is smaller than the full
-    // package of its target. The guide manifest still lists the patches first.
+    if (outcome.ok())
+        outcome = stageVersions(sources, versions, unchanged);
     Morvantix::GuideManifestInfo guide;
-    QVector<PatchEntry> fullPackages;
-    if (outcome.ok())
-        outcome = publishFullPackages(versions, unchanged, fullPackages);
-    if (outcome.ok())
-        outcome = publishPatches(versions, unchanged, fullPackages, guide.patchList);
-    guide.patchList += fullPackages;
+    if (outcome.ok()) {
+        const PackagePublisher packages(
+            m_options, m_staging->path(), m_workDir, *m_previous, *m_archiver, m_sameSettings, m_progress);
+        outcome = packages.publish(versions, unchanged, guide.patchList);
+    }
     if (outcome.ok()) {
         guide.lastVersion = versions.last().text;
         outcome = writeDocuments(guide);
     }
-    if (outcome.ok() && m_signer) {
-        QStringList versionTexts;
-        for (const StagedVersion& version : versions)
-            versionTexts << version.text;
-        emit stepStarted(QStringLiteral("signing the channel"));
-        outcome = m_signer->sign(m_staging->path(), ChannelSigner::SignedPaths(guide, versionTexts),
-            ChannelSigner::PublishedSerial(m_outputDir), QDateTime::currentDateTimeUtc());
-    }
+    if (outcome.ok() && m_signer)
+        outcome = sign(guide, versions);
     if (outcome.ok())
         outcome = moveIntoPlace();
     return outcome;
 }
 
-Outcome Publisher::publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
-    const QVector<PatchEntry>& fullPackages, QVector<PatchEntry>& entries)
+Outcome Publisher::stageVersions(
+    const QVector<VersionSource>& sources, QVector<StagedVersion>& versions, QVector<bool>& unchanged)
 {
-    // Two diffs at once where there are two cores, each with half of the budget.
-    const int workers = qBound(1, QThread::idealThreadCount(), 2);
-    const DiffTool diffTool(m_options.memoryBudget / workers);
-    PatchBuilder builder(diffTool, workers, *m_archiver, m_workDir);
-    builder.setProgressCallback([this](int done, int total) { emit percentChanged(done * 100 / total); });
-    builder.setNoticeCallback([this](const QString& text) { emit noticed(text); });
-    for (int to = 1; to < versions.size(); ++to) {
-        for (int from = qMax(0, to - m_options.patchDistance); from < to; ++from) {
-            const StagedVersion& a = versions.at(from);
-            const StagedVersion& b = versions.at(to);
-            PatchEntry entry;
-            const Outcome outcome = publishPackage(
-                a.text, b.text, unchanged.at(from) && unchanged.at(to) && m_bSameLevel,
-                QStringLiteral("patch/%1/%2_%1.7z").arg(b.text, a.text),
-                [&](const QString& archivePath, QStringList& written) {
-                    written = QStringList { archivePath };
-                    return builder.build(a, b, archivePath);
-                },
-                entry);
-            if (!outcome.ok())
-                return outcome;
-            if (isWorthPublishing(entry, fullPackages.at(to)))
-                entries.append(entry);
-        }
-    }
-    return {};
-}
-
-bool Publisher::isWorthPublishing(const PatchEntry& patch, const PatchEntry& fullPackage)
-{
-    const auto sizeOf = [](const PatchEntry& entry) {
-        quint64 size = 0;
-        for (const PatchFileInfo& file : entry.files)
-            size += file.size;
-        return size;
-    };
-    const quint64 patchSize = sizeOf(patch), fullSize = sizeOf(fullPackage);
-    if (patchSize < fullSize)
-        return true;
-    for (const PatchFileInfo& file : patch.files)
-        QFile::remove(stagedPath(file.path));
-    emit noticed(QStringLiteral("%1 -> %2: patch left out, %3 bytes where the full package of %2 has %4")
-                     .arg(patch.fromVersion, patch.toVersion)
-                     .arg(patchSize)
-                     .arg(fullSize));
-    return false;
-}
-
-Outcome Publisher::publishFullPackages(
-    const QVector<StagedVersion>& versions, const QVector<bool>& unchanged, QVector<PatchEntry>& entries)
-{
-    for (int i = 0; i < versions.size(); ++i) {
-        const StagedVersion& version = versions.at(i);
-        PatchEntry entry;
-        const Outcome outcome = publishPackage(
-            version.text, version.text, unchanged.at(i) && m_bSameLevel && m_bSameParts,
-            QStringLiteral("full/%1/full_%1.7z").arg(version.text),
-            [&](const QString& archivePath, QStringList& written) {
-                return m_archiver->pack(version.filesDir, version.files.keys() + version.emptyFolders,
-                    archivePath, m_options.partSize, written);
-            },
-            entry);
+    const VersionStager stager(m_staging->path(), *m_previous, m_progress);
+    for (int i = 0; i < sources.size(); ++i) {
+        bool bUnchanged = false;
+        const Outcome outcome = stager.stage(sources.at(i), versions[i], bUnchanged);
         if (!outcome.ok())
             return outcome;
-        entries.append(entry);
+        unchanged[i] = bUnchanged;
     }
     return {};
+}
+
+Outcome Publisher::sign(const Morvantix::GuideManifestInfo& guide, const QVector<StagedVersion>& versions)
+{
+    QStringList versionTexts;
+    for (const StagedVersion& version : versions)
+        versionTexts << version.text;
+    emit stepStarted(QStringLiteral("signing the channel"));
+    return m_signer->sign(m_staging->path(), ChannelSigner::SignedPaths(guide, versionTexts),
+        ChannelSigner::PublishedSerial(m_outputDir), QDateTime::currentDateTimeUtc());
 }
 
 Outcome Publisher::prepare()
@@ -224,8 +151,8 @@ Outcome Publisher::prepare()
                     .arg(m_outputDir, foreign.join(QStringLiteral(", "))));
     }
     const QJsonObject settings = settingsOf(m_options);
-    m_bSameLevel = m_previous->settings().value(kLevelKey) == settings.value(kLevelKey);
-    m_bSameParts = m_previous->settings().value(kPartSizeKey) == settings.value(kPartSizeKey);
+    m_sameSettings.bLevel = m_previous->settings().value(kLevelKey) == settings.value(kLevelKey);
+    m_sameSettings.bPartSize = m_previous->settings().value(kPartSizeKey) == settings.value(kPartSizeKey);
 
     // Beside OUTPUT, so the finished channel moves into place by renaming, on the same file system.
     const QString parent = QFileInfo(m_outputDir).absolutePath();
@@ -269,125 +196,6 @@ Outcome Publisher::writeInfoDocument()
             QStringLiteral("the info template's key \"%1\" is not read by the launcher and is left out")
                 .arg(key));
     return FileStaging::WriteTextFile(stagedPath(QStringLiteral("info.json")), json);
-}
-
-Outcome Publisher::stageVersion(const VersionSource& source, StagedVersion& staged, bool& bUnchanged)
-{
-    staged.text = source.text;
-    staged.filesDir = stagedPath(source.text + QStringLiteral("/files"));
-    staged.emptyFolders = source.emptyFolders;
-    for (const QString& folder : source.emptyFolders) {
-        if (!QDir().mkpath(QDir(staged.filesDir).filePath(folder)))
-            return outputFailure(QStringLiteral("cannot create %1 in %2").arg(folder, staged.filesDir));
-    }
-    const QString published = m_previous->fileListText(source.text);
-    bUnchanged = false;
-    if (published.isEmpty())
-        return copyVersion(source, staged);
-
-    qint64 total = 0;
-    for (const SourceFile& file : source.files)
-        total += file.size;
-    emit stepStarted(QStringLiteral("%1: comparing with the published version").arg(source.text));
-    const auto onBytes = byteProgress(total);
-    for (const SourceFile& file : source.files) {
-        QString md5;
-        const Outcome outcome = FileStaging::Md5Of(file.path, md5, onBytes);
-        if (!outcome.ok())
-            return outcome;
-        staged.files.insert(file.rel, { file.rel, md5, quint64(file.size) });
-    }
-    // An empty folder is part of the version too: a new one alone makes the full package again.
-    if (FileStaging::FileListText(staged.files) != published
-        || m_previous->emptyFolders(source.text) != source.emptyFolders) {
-        staged.files.clear();
-        return copyVersion(source, staged);
-    }
-    // Unchanged: the published loose files are taken over, each checked by its size.
-    for (const SourceFile& file : source.files) {
-        const QString old = m_previous->filePath(source.text + QStringLiteral("/files/") + file.rel);
-        const QString target = QDir(staged.filesDir).filePath(file.rel);
-        Outcome outcome;
-        if (QFileInfo(old).isFile() && QFileInfo(old).size() == file.size) {
-            outcome = FileStaging::LinkOrCopy(old, target);
-        } else {
-            QString md5;
-            outcome = FileStaging::CopyWithMd5(file.path, target, file.bExecutable, md5);
-            if (outcome.ok() && md5 != staged.files.value(file.rel).md5)
-                outcome = Outcome::Failure(
-                    ExitCode::BadInput, QStringLiteral("%1 changed while it was published").arg(file.path));
-        }
-        if (!outcome.ok())
-            return outcome;
-    }
-    bUnchanged = true;
-    return FileStaging::WriteTextFile(stagedPath(source.text + QStringLiteral("/manifest.txt")), published);
-}
-
-Outcome Publisher::copyVersion(const VersionSource& source, StagedVersion& staged)
-{
-    qint64 total = 0;
-    for (const SourceFile& file : source.files)
-        total += file.size;
-    emit stepStarted(QStringLiteral("%1: copying %2 files, %3 MB")
-                         .arg(source.text)
-                         .arg(source.files.size())
-                         .arg(total / 1000000));
-    const auto onBytes = byteProgress(total);
-    for (const SourceFile& file : source.files) {
-        QString md5;
-        const Outcome outcome = FileStaging::CopyWithMd5(
-            file.path, QDir(staged.filesDir).filePath(file.rel), file.bExecutable, md5, onBytes);
-        if (!outcome.ok())
-            return outcome;
-        staged.files.insert(file.rel, { file.rel, md5, quint64(file.size) });
-    }
-    return FileStaging::WriteTextFile(
-        stagedPath(source.text + QStringLiteral("/manifest.txt")), FileStaging::FileListText(staged.files));
-}
-
-Outcome Publisher::publishPackage(const QString& from, const QString& to, bool bReusable,
-    const QString& archiveRel, const std::function<Outcome(const QString&, QStringList&)>& make,
-    PatchEntry& entry)
-{
-    entry.fromVersion = from;
-    entry.toVersion = to;
-    const QString what = from == to ? QStringLiteral("%1: full package").arg(to)
-                                    : QStringLiteral("%1 -> %2: patch").arg(from, to);
-    QVector<PatchFileInfo> published;
-    if (bReusable && m_previous->package(from, to, published)) {
-        const bool sameNames
-            = std::all_of(published.begin(), published.end(), [&](const PatchFileInfo& file) {
-                  return file.path == archiveRel || file.path.startsWith(archiveRel + QLatin1Char('.'));
-              });
-        for (int i = 0; sameNames && i < published.size(); ++i) {
-            const Outcome outcome = FileStaging::LinkOrCopy(
-                m_previous->filePath(published.at(i).path), stagedPath(published.at(i).path));
-            if (!outcome.ok())
-                return outcome;
-        }
-        if (sameNames) {
-            emit stepStarted(what + QStringLiteral(" unchanged"));
-            entry.files = published;
-            return {};
-        }
-    }
-
-    emit stepStarted(what);
-    QStringList written;
-    Outcome outcome = make(stagedPath(archiveRel), written);
-    if (!outcome.ok())
-        return outcome;
-    for (const QString& path : written) {
-        PatchFileInfo file;
-        outcome = FileStaging::Md5Of(path, file.md5);
-        if (!outcome.ok())
-            return outcome;
-        file.path = QDir(m_staging->path()).relativeFilePath(path);
-        file.size = quint64(QFileInfo(path).size());
-        entry.files.append(file);
-    }
-    return {};
 }
 
 Outcome Publisher::writeDocuments(const Morvantix::GuideManifestInfo& guide)

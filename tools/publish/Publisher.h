@@ -2,7 +2,8 @@
 
 #include "CommandLine.h"
 #include "Outcome.h"
-#include "PatchBuilder.h"
+#include "PackagePublisher.h"
+#include "ProgressSink.h"
 #include "VersionFolders.h"
 #include "planning/GuideManifestInfo.h"
 
@@ -37,33 +38,22 @@ signals:
 private:
     Outcome prepare();
     Outcome writeInfoDocument();
-    Outcome stageVersion(const VersionSource& source, StagedVersion& staged, bool& bUnchanged);
-    Outcome copyVersion(const VersionSource& source, StagedVersion& staged);
-    Outcome publishPatches(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
-        const QVector<Morvantix::PatchEntry>& fullPackages, QVector<Morvantix::PatchEntry>& entries);
-    // Whether a patch package is smaller than the full package of its target; one that is not is
-    // removed with a notice, since the host would rather download the full package.
-    bool isWorthPublishing(const Morvantix::PatchEntry& patch, const Morvantix::PatchEntry& fullPackage);
-    Outcome publishFullPackages(const QVector<StagedVersion>& versions, const QVector<bool>& unchanged,
-        QVector<Morvantix::PatchEntry>& entries);
-    // The package from -> to at archiveRel: taken over from OUTPUT when bReusable and still there,
-    // else made by make.
-    Outcome publishPackage(const QString& from, const QString& to, bool bReusable, const QString& archiveRel,
-        const std::function<Outcome(const QString& archivePath, QStringList& written)>& make,
-        Morvantix::PatchEntry& entry);
+    // unchanged: per version, whether OUTPUT already publishes it as it is.
+    Outcome stageVersions(
+        const QVector<VersionSource>& sources, QVector<StagedVersion>& versions, QVector<bool>& unchanged);
     Outcome writeDocuments(const Morvantix::GuideManifestInfo& guide);
+    Outcome sign(const Morvantix::GuideManifestInfo& guide, const QVector<StagedVersion>& versions);
     Outcome moveIntoPlace();
     bool removeWorkFolder() const;
 
     QString stagedPath(const QString& rel) const;
-    std::function<void(qint64)> byteProgress(qint64 total);
 
     PublishOptions m_options;
     QString m_outputDir;
     QString m_sevenZip;
     QString m_workDir;
-    bool m_bSameLevel = false; // as the run that made OUTPUT
-    bool m_bSameParts = false;
+    ProgressSink m_progress; // this publisher's signals, for the parts of the run
+    PackagePublisher::SameSettings m_sameSettings;
     std::unique_ptr<QTemporaryDir> m_staging;
     std::unique_ptr<PreviousOutput> m_previous;
     std::unique_ptr<Archiver> m_archiver;
