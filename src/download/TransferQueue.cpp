@@ -19,8 +19,12 @@ void TransferQueue::Reset(const QVector<Morvantix::DownloadFileInfo>& files)
     StopRunning(TransferState::Paused);
     m_entries.clear();
     m_entries.reserve(files.size());
-    for (const Morvantix::DownloadFileInfo& file : files)
+    for (const Morvantix::DownloadFileInfo& file : files) {
+        Logger::LogInfo(QStringLiteral("Downloader"),
+            QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
+                .arg(file.url, file.localPath, QString::number(file.size)));
         m_entries.append(Entry { file, TransferState::Waiting, {} });
+    }
     m_nextWaiting = 0;
 }
 

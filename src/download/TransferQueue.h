@@ -46,7 +46,7 @@ public:
 
     explicit TransferQueue(Starter starter = {});
 
-    // A new run of the list: every file waits.
+    // A new run of the list, which is logged: every file waits.
     void Reset(const QVector<Morvantix::DownloadFileInfo>& files);
     // Starts waiting files in list order while fewer than five run; with none waiting and none
     // running, the job is complete. A fill asked for while one runs (by a file that completes inside
