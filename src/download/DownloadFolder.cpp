@@ -2,10 +2,33 @@
 
 #include "files/QFileUtils.h"
 #include "files/SafePath.h"
+#include "log/Logger.h"
 
 #include <QDir>
 
 using Morvantix::DownloadFileInfo;
+
+DownloadFolder::Prepared DownloadFolder::Prepare(
+    const QVector<DownloadFileInfo>& files, const QString& cache, bool bFresh)
+{
+    Prepared prepared;
+    prepared.refused = FirstOutsideCache(files, cache);
+    if (!prepared.refused.isEmpty()) {
+        Logger::LogInfo(QStringLiteral("Downloader"),
+            QStringLiteral("refused %1: not a file inside the cache folder \"%2\"")
+                .arg(prepared.refused, cache));
+        return prepared;
+    }
+    // The folder comes from the list, and the list from the server: only the cache folder the
+    // settings name may be wiped, never what a crafted entry points at.
+    const QString folder = FolderOf(files);
+    if (bFresh && IsCacheFolder(folder, cache))
+        QFileUtils::DeleteFileOrFolder(folder);
+    if (!folder.isEmpty() && !QDir(folder).exists())
+        QFileUtils::CreateFolder(folder);
+    prepared.holdings = Measure(files);
+    return prepared;
+}
 
 QString DownloadFolder::FirstOutsideCache(const QVector<DownloadFileInfo>& files, const QString& cache)
 {

@@ -16,6 +16,18 @@ public:
         qint64 onDiskBytes = 0; // what the partial files kept hold of them
     };
 
+    struct Prepared
+    {
+        QString refused; // the first path outside the cache; empty when the run may go on
+        Holdings holdings;
+    };
+
+    // Readies the folder of the list's files for a run: a list with a path outside `cache` is refused
+    // before anything is touched; a fresh run wipes the folder when it is the cache; the folder is
+    // created when missing, and what its partial files hold is measured.
+    static Prepared Prepare(
+        const QVector<Morvantix::DownloadFileInfo>& files, const QString& cache, bool bFresh);
+
     // The first listed path that is not a file inside `cache` (the cache itself is refused too: its
     // parent would become the download folder); empty when every path is.
     static QString FirstOutsideCache(const QVector<Morvantix::DownloadFileInfo>& files, const QString& cache);

@@ -4,15 +4,12 @@
 #include "core/Timing.h"
 #include "download/ContentFetcher.h"
 #include "download/DownloadFolder.h"
-#include "download/DownloadReport.h"
 #include "download/DownloadTexts.h"
 #include "download/downloader.h"
-#include "files/QFileUtils.h"
 #include "log/Logger.h"
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QDir>
 #include <QNetworkAccessManager>
 #include <QTimer>
 
@@ -26,7 +23,6 @@ using Morvantix::GameUpdateContext;
 
 namespace {
 const QString kTag = QStringLiteral("Downloader");
-constexpr int kSpeedSampleMs = 1000;
 } // namespace
 
 DownloaderManager* DownloaderManager::m_pDownloaderInstance = nullptr;
@@ -41,13 +37,12 @@ DownloaderManager* DownloaderManager::GetInstance()
 DownloaderManager::DownloaderManager(QObject* parent)
     : QObject(parent)
     , m_networkManager(new QNetworkAccessManager(this), &QObject::deleteLater)
-    , m_timeoutTimer(new QTimer(this), &QObject::deleteLater)
-    , m_speedTimer(new QTimer(this), &QObject::deleteLater)
     , m_restartTimer(new QTimer(this), &QObject::deleteLater)
     , m_queue({ [this](const DownloadFileInfo& file) { return PrivateStartRequest(file); },
           [this] { return m_state != JobState::Stopped; },
           [this](const DownloadFileInfo& file, qint64 bytesOnDisk) { OnTransferOpened(file, bytesOnDisk); },
           [this] { FinishDownload(); } })
+    , m_pacer({ [this] { transfer(); }, [this] { onTimeout(); }, [this] { onCalcSpeed(); } })
 {
     m_fetcher = new ContentFetcher(m_networkManager.data(), m_restarts.MaxRetry(), this);
     qRegisterMetaType<ErrorCode>("Morvantix::ErrorCode");
@@ -58,23 +53,17 @@ DownloaderManager::DownloaderManager(QObject* parent)
     // nothing becomes resident that the download had not already touched.
     mallopt(M_TOP_PAD, 64 * 1024 * 1024);
 #endif
-    m_timeoutTimer->setSingleShot(true);
     m_restartTimer->setSingleShot(true);
-    connect(m_timeoutTimer.data(), &QTimer::timeout, this, &DownloaderManager::onTimeout);
-    connect(m_speedTimer.data(), &QTimer::timeout, this, &DownloaderManager::onCalcSpeed);
     connect(m_restartTimer.data(), &QTimer::timeout, this, &DownloaderManager::RestartAfterFailure);
     Logger::LogInfo(kTag, QStringLiteral("Downloader Constructor"));
 }
 
 DownloaderManager::~DownloaderManager()
 {
-    for (auto* timer : { &m_timeoutTimer, &m_speedTimer, &m_restartTimer }) {
-        if (*timer) {
-            (*timer)->stop();
-            timer->reset();
-        }
-    }
-    ReleaseDownloaderList(TransferState::Paused);
+    m_pacer.StopClocks();
+    m_restartTimer->stop();
+    m_restartTimer.reset();
+    m_queue.StopRunning(TransferState::Paused);
     m_pDownloaderInstance = nullptr;
 }
 
@@ -85,27 +74,13 @@ void DownloaderManager::RegistCallbackFunc(std::function<void(Morvantix::Downloa
 
 void DownloaderManager::PreStartDownload(GameUpdateContext& ctx)
 {
-    ClearRecordSpeed();
-    ResetAccessible();
+    m_meter.ClearRecord();
+    m_fetcher->ResetAccessible();
     m_report.Open();
     m_pacer.ClearScheduled();
-
     m_queue.Reset(ctx.m_downloadFileList);
-    m_downloadDir = DownloadFolder::FolderOf(ctx.m_downloadFileList);
-    for (const DownloadFileInfo& file : qAsConst(ctx.m_downloadFileList)) {
-        Logger::LogInfo(kTag,
-            QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
-                .arg(file.url, file.localPath, QString::number(file.size)));
-    }
-
     m_meter.Restart();
     m_pacer.RestartClock();
-}
-
-void DownloaderManager::CalculateTotalSize(GameUpdateContext& ctx)
-{
-    const DownloadFolder::Holdings holdings = DownloadFolder::Measure(ctx.m_downloadFileList);
-    m_meter.SetJob(holdings.totalBytes, holdings.onDiskBytes);
 }
 
 void DownloaderManager::StartDownload(GameUpdateContext& ctx)
@@ -121,28 +96,12 @@ void DownloaderManager::BeginRun(GameUpdateContext& ctx, bool bFresh)
 {
     MoveTo(JobState::Running);
     PreStartDownload(ctx);
-    if (RefuseEntriesOutsideCache(ctx))
-        return;
-    // The folder comes from the list, and the list from the server: only the cache folder the
-    // settings name may be wiped, never what a crafted entry points at.
-    if (bFresh && DownloadFolder::IsCacheFolder(m_downloadDir, ctx.m_updateSetting.cachePath))
-        QFileUtils::DeleteFileOrFolder(m_downloadDir);
-    if (!m_downloadDir.isEmpty() && !QDir(m_downloadDir).exists())
-        QFileUtils::CreateFolder(m_downloadDir);
-    CalculateTotalSize(ctx);
+    const DownloadFolder::Prepared folder
+        = DownloadFolder::Prepare(ctx.m_downloadFileList, ctx.m_updateSetting.cachePath, bFresh);
+    if (!folder.refused.isEmpty())
+        return onError(ErrorCode::WriteFailed, DownloadTexts::pathOutsideCache());
+    m_meter.SetJob(folder.holdings.totalBytes, folder.holdings.onDiskBytes);
     StartNextDownload();
-}
-
-bool DownloaderManager::RefuseEntriesOutsideCache(const GameUpdateContext& ctx)
-{
-    const QString& cache = ctx.m_updateSetting.cachePath;
-    const QString refused = DownloadFolder::FirstOutsideCache(ctx.m_downloadFileList, cache);
-    if (refused.isEmpty())
-        return false;
-    Logger::LogInfo(
-        kTag, QStringLiteral("refused %1: not a file inside the cache folder \"%2\"").arg(refused, cache));
-    onError(ErrorCode::WriteFailed, DownloadTexts::pathOutsideCache());
-    return true;
 }
 
 void DownloaderManager::ResumeDownload(GameUpdateContext& ctx)
@@ -165,7 +124,7 @@ void DownloaderManager::PauseDownload(GameUpdateContext& ctx)
         return;
     MoveTo(JobState::Stopped);
     m_pacer.ClearScheduled();
-    ReleaseDownloaderList(TransferState::Paused);
+    m_queue.StopRunning(TransferState::Paused);
 }
 
 void DownloaderManager::StartNextDownload()
@@ -193,16 +152,9 @@ void DownloaderManager::OnTransferOpened(const DownloadFileInfo& file, qint64 by
 {
     Logger::LogInfo(kTag,
         QStringLiteral("download url is %1, received bytes=%2").arg(file.url, QString::number(bytesOnDisk)));
-    ClearRecordSpeed();
+    m_meter.ClearRecord();
     PrivateSetSpeedLimit();
-    if (!m_speedTimer->isActive())
-        m_speedTimer->start(kSpeedSampleMs);
-    m_timeoutTimer->start(Morvantix::Timing::stallTimeoutMs());
-}
-
-int DownloaderManager::GetCurrentDownloaderListSize() const
-{
-    return m_queue.RunningCount();
+    m_pacer.StartClocks();
 }
 
 void DownloaderManager::onDownloadResult(ErrorCode code, QString errStr, QString filename)
@@ -234,7 +186,7 @@ void DownloaderManager::HandleNetworkFailure(const QString& errStr)
     case RestartBudget::Verdict::Wait:
         return;
     case RestartBudget::Verdict::Restart:
-        ReleaseDownloaderList(TransferState::Restarting);
+        m_queue.StopRunning(TransferState::Restarting);
         MoveTo(JobState::RestartDue);
         return;
     }
@@ -270,7 +222,7 @@ void DownloaderManager::onError(ErrorCode errorCodem, QString errString)
     if (!m_report.EndFailed(errorCodem, errString.isEmpty() ? DownloadTexts::ofError(errorCodem) : errString))
         return;
     MoveTo(JobState::Stopped);
-    ReleaseDownloaderList(
+    m_queue.StopRunning(
         errorCodem == ErrorCode::StallTimeout ? TransferState::Stalled : TransferState::Failed);
     m_report.Send();
 }
@@ -294,65 +246,32 @@ void DownloaderManager::MoveTo(JobState next)
         m_restartTimer->start(Morvantix::Timing::restartDelayMs());
     else if (m_state == JobState::RestartDue)
         m_restartTimer->stop();
-    if (next == JobState::Stopped) {
-        m_timeoutTimer->stop();
-        m_speedTimer->stop();
-    }
+    if (next == JobState::Stopped)
+        m_pacer.StopClocks();
     m_state = next;
 }
 
-void DownloaderManager::ReleaseDownloaderList(TransferState why)
-{
-    m_queue.StopRunning(why);
-}
-
-void DownloaderManager::ResetAccessible()
-{
-    m_fetcher->ResetAccessible();
-}
-
-// The paced side: the loop that moves bytes from the transfers to their files within the budget of
-// the limit, and the one-second sample of the figures.
-
 void DownloaderManager::SetSpeedLimit()
 {
-    ClearRecordSpeed();
+    m_meter.ClearRecord();
     PrivateSetSpeedLimit();
     m_pacer.ForgetElapsed();
-}
-
-void DownloaderManager::ClearRecordSpeed()
-{
-    m_meter.ClearRecord();
 }
 
 void DownloaderManager::PrivateSetSpeedLimit()
 {
     const auto ctx = Morvantix::CoreSystem::GetCoreSystemInst()->GetCurGameUpdateContext();
-    m_pacer.SetLimit(ctx->m_bLimitSpeed ? ctx->m_updateSetting.limitSpeed : -1);
-    const qint64 readBuffer = TransferPacer::ReadBufferSize(m_pacer.Limit(), m_queue.RunningCount());
-    for (const QPointer<downloader>& transfer : m_queue.RunningTransfers())
-        transfer->SetReadBufferSize(readBuffer);
-    Logger::LogInfo(kTag, QStringLiteral("limit is %1").arg(m_pacer.Limit()));
+    m_pacer.ApplyLimit(ctx->m_bLimitSpeed ? ctx->m_updateSetting.limitSpeed : -1, m_queue.RunningTransfers());
 }
 
 void DownloaderManager::scheduleTransfer()
 {
-    // The stall time-out counts from the last pass that was asked for.
-    m_timeoutTimer->start(Morvantix::Timing::stallTimeoutMs());
-    if (m_pacer.MarkScheduled())
-        QTimer::singleShot(m_pacer.TickMs(), this, &DownloaderManager::transfer);
+    m_pacer.Schedule();
 }
 
 void DownloaderManager::transfer()
 {
-    m_pacer.ClearScheduled();
-    if (m_state == JobState::Stopped)
-        return;
-    const PassEnd end
-        = m_pacer.Pass(m_queue.RunningTransfers(), [this] { return m_state == JobState::Stopped; });
-    if (end == PassEnd::BudgetSpent)
-        scheduleTransfer();
+    m_pacer.PassDue(m_queue.RunningTransfers(), [this] { return m_state == JobState::Stopped; });
 }
 
 void DownloaderManager::onCalcSpeed()

@@ -31,10 +31,10 @@ class QTimer;
 // Everything runs in the thread of the host's event loop.
 //
 // The manager decides when a job starts, restarts and ends; its parts do the rest: the files, their
-// states and the order their transfers start in (TransferQueue), the pace of the loop and the limit
-// (TransferPacer), the figures reported (SpeedMeter), the one-shot fetches (ContentFetcher), where the files
-// go and what they hold (DownloadFolder), how often a failed job restarts (RestartBudget) and what the caller
-// is told (DownloadReport).
+// states and the order their transfers start in (TransferQueue), the pace of the loop, the limit and the
+// job's clocks (TransferPacer), the figures reported (SpeedMeter), the one-shot fetches (ContentFetcher),
+// where the files go and what they hold (DownloadFolder), how often a failed job restarts
+// (RestartBudget) and what the caller is told (DownloadReport).
 class CORE_EXPORT DownloaderManager : public QObject
 {
     Q_OBJECT
@@ -73,23 +73,15 @@ private slots:
 private:
     explicit DownloaderManager(QObject* parent);
 
-    void CalculateTotalSize(Morvantix::GameUpdateContext& ctx);
     // A fresh run discards every partial file; a resumed one continues them.
     void BeginRun(Morvantix::GameUpdateContext& ctx, bool bFresh);
     void FinishDownload();
-    void ResetAccessible();
-    int GetCurrentDownloaderListSize() const;
     // A transfer for the file, wired to the manager; the queue starts it.
     QSharedPointer<downloader> PrivateStartRequest(const Morvantix::DownloadFileInfo& file);
     void OnTransferOpened(const Morvantix::DownloadFileInfo& file, qint64 bytesOnDisk);
-    void ClearRecordSpeed();
     void PrivateSetSpeedLimit();
-
-    bool RefuseEntriesOutsideCache(const Morvantix::GameUpdateContext& ctx);
     void RestartAfterFailure();
     void HandleNetworkFailure(const QString& errStr);
-    // Every running transfer stops, its file in the state that says why.
-    void ReleaseDownloaderList(TransferState why);
 
     // Where the job stands.
     enum class JobState
@@ -104,8 +96,6 @@ private:
 
     DownloadReport m_report; // the callback, its record, and the one ending of each run
     QSharedPointer<QNetworkAccessManager> m_networkManager;
-    QSharedPointer<QTimer> m_timeoutTimer;
-    QSharedPointer<QTimer> m_speedTimer;
     QSharedPointer<QTimer> m_restartTimer;
     JobState m_state = JobState::Stopped;
     QUrl m_downloadUrl;
@@ -113,8 +103,7 @@ private:
     QString m_filePath;
     qint64 m_fileSize = 0;
     ContentFetcher* m_fetcher = nullptr; // a child: it goes with the manager
-    QString m_downloadDir;
     SpeedMeter m_meter; // the byte counts and the speed record
-    TransferPacer m_pacer; // the limit and the transfer loop's clock
+    TransferPacer m_pacer; // the limit, the transfer loop's clock, the stall and sample timers
     RestartBudget m_restarts { 3 }; // the restarts after network failures, and the fetches' retries
 };

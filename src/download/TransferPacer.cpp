@@ -1,9 +1,12 @@
 #include "download/TransferPacer.h"
 
+#include "core/Timing.h"
 #include "download/downloader.h"
+#include "log/Logger.h"
 
 namespace {
 constexpr int kTransferTickMs = 5;
+constexpr int kSpeedSampleMs = 1000;
 // Read buffers of the replies without a limit: each holds at most 4 MiB, and all of them together
 // 16 MiB (as a response ends, the network layer adds the one capped read it still holds). Unbounded, the
 // replies pile up hundreds of MiB when the disk falls behind, and the network thread then spends its time on
@@ -17,6 +20,58 @@ constexpr qint64 kMaxPassMs = 1000;
 // "No limit" is a limit of 4294967295 KB/s, in bytes per second.
 constexpr qint64 kUnlimitedBytesPerSecond = Q_INT64_C(4294967295) * 1024;
 } // namespace
+
+TransferPacer::TransferPacer(Clocks clocks)
+{
+    m_timeoutTimer.setSingleShot(true);
+    m_passTimer.setSingleShot(true);
+    const auto wire = [](QTimer& timer, std::function<void()> call) {
+        if (call)
+            QObject::connect(&timer, &QTimer::timeout, std::move(call));
+    };
+    wire(m_passTimer, std::move(clocks.pass));
+    wire(m_timeoutTimer, std::move(clocks.stalled));
+    wire(m_speedTimer, std::move(clocks.sample));
+}
+
+void TransferPacer::ApplyLimit(int limit, const QVector<QPointer<downloader>>& running)
+{
+    m_limitSpeed = limit;
+    const qint64 readBuffer = ReadBufferSize(limit, running.size());
+    for (const QPointer<downloader>& transfer : running) {
+        if (transfer)
+            transfer->SetReadBufferSize(readBuffer);
+    }
+    Logger::LogInfo(QStringLiteral("Downloader"), QStringLiteral("limit is %1").arg(limit));
+}
+
+void TransferPacer::StartClocks()
+{
+    if (!m_speedTimer.isActive())
+        m_speedTimer.start(kSpeedSampleMs);
+    m_timeoutTimer.start(Morvantix::Timing::stallTimeoutMs());
+}
+
+void TransferPacer::StopClocks()
+{
+    m_timeoutTimer.stop();
+    m_speedTimer.stop();
+}
+
+void TransferPacer::Schedule()
+{
+    m_timeoutTimer.start(Morvantix::Timing::stallTimeoutMs());
+    if (MarkScheduled())
+        m_passTimer.start(TickMs());
+}
+
+void TransferPacer::PassDue(
+    const QVector<QPointer<downloader>>& running, const std::function<bool()>& jobEnded)
+{
+    ClearScheduled();
+    if (!jobEnded() && Pass(running, jobEnded) == PassEnd::BudgetSpent)
+        Schedule();
+}
 
 qint64 TransferPacer::Budget(int limit, qint64 msecs)
 {

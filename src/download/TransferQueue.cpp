@@ -19,8 +19,12 @@ void TransferQueue::Reset(const QVector<Morvantix::DownloadFileInfo>& files)
     StopRunning(TransferState::Paused);
     m_entries.clear();
     m_entries.reserve(files.size());
-    for (const Morvantix::DownloadFileInfo& file : files)
+    for (const Morvantix::DownloadFileInfo& file : files) {
+        Logger::LogInfo(QStringLiteral("Downloader"),
+            QStringLiteral("StartDownload m_downloadUrl is %1, file=%2, size=%3")
+                .arg(file.url, file.localPath, QString::number(file.size)));
         m_entries.append(Entry { file, TransferState::Waiting, {} });
+    }
     m_nextWaiting = 0;
 }
 
@@ -37,6 +41,23 @@ void TransferQueue::Start(int index, const QSharedPointer<downloader>& transfer)
 }
 
 void TransferQueue::FillSlots()
+{
+    // A file complete on disk reports inside its own start, and its report asks for a fill: answered
+    // there, every such file would nest one call deeper, and a resume of thousands of complete files
+    // would overrun the stack. The fill already running takes the request over instead.
+    if (m_bFilling) {
+        m_bFillAgain = true;
+        return;
+    }
+    m_bFilling = true;
+    do {
+        m_bFillAgain = false;
+        FillOnce();
+    } while (m_bFillAgain);
+    m_bFilling = false;
+}
+
+void TransferQueue::FillOnce()
 {
     do {
         // A transfer can still report after the job ended (the write that failed may also have been
@@ -61,14 +82,16 @@ void TransferQueue::FillSlots()
 
 void TransferQueue::Open(int index)
 {
-    // A copy: a completion inside the start may start the next files and move the list on.
+    // A copy: a report inside the start may even begin a new run of the list.
     const Morvantix::DownloadFileInfo file = File(index);
     const qint64 bytesOnDisk = QFileUtils::GetFileSize(file.localPath);
     const QSharedPointer<downloader> transfer = m_starter.make(file);
     Start(index, transfer);
     transfer->SetRequest(file.localPath, QUrl(file.url), file.size);
     transfer->ReStartDownload();
-    if (m_starter.jobRunning())
+    // A file found complete has reported already and is done: no request of it is open.
+    const bool stillRunning = index < Size() && m_entries.at(index).transfer == transfer;
+    if (stillRunning && m_starter.jobRunning())
         m_starter.opened(file, bytesOnDisk);
 }
 

@@ -46,10 +46,11 @@ public:
 
     explicit TransferQueue(Starter starter = {});
 
-    // A new run of the list: every file waits.
+    // A new run of the list, which is logged: every file waits.
     void Reset(const QVector<Morvantix::DownloadFileInfo>& files);
     // Starts waiting files in list order while fewer than five run; with none waiting and none
-    // running, the job is complete.
+    // running, the job is complete. A fill asked for while one runs (by a file that completes inside
+    // its own start) is done by the running one, after the start that asked: fills never nest.
     void FillSlots();
 
     int RunningCount() const { return m_running.size(); }
@@ -79,6 +80,8 @@ private:
     };
 
     void MoveTo(int index, TransferState next);
+    // One round of starts, until the slots are full, nothing waits or the job ends.
+    void FillOnce();
     // The transfer is held as running before its request opens, so that a completion reported
     // inside the start finds it.
     void Open(int index);
@@ -88,4 +91,6 @@ private:
     // Kept beside the entries so that a pass or a start never walks a list of many thousand files.
     QVector<int> m_running; // indexes of the running files, in the order they started
     int m_nextWaiting = 0; // files before it have all started
+    bool m_bFilling = false; // a fill is on the stack
+    bool m_bFillAgain = false; // and was asked for again meanwhile
 };

@@ -135,6 +135,27 @@ private slots:
         QCOMPARE(QDir(m_dir->filePath("cache")).entryList(QDir::Files), QStringList { "partial.bin" });
     }
 
+    // Each file found complete on disk reports inside its own start. However many there are, the
+    // job's one report must come from a shallow stack: a Windows main thread has 1 MiB in all.
+    void resumeOfThousandsOfCompleteFiles()
+    {
+        constexpr int kFiles = 3000;
+        for (int i = 0; i < kFiles; ++i)
+            QVERIFY(writeFile(addFile(QStringLiteral("f%1.bin").arg(i), "done"), "done"));
+        const char top = 0;
+        qint64 stackUsed = -1;
+        m_component->RegistCallbackFunc([&](DownloadCallbackInfo& info) {
+            const char here = 0;
+            if (info.bComplete || info.bError)
+                stackUsed = qAbs(qint64(quintptr(&top)) - qint64(quintptr(&here)));
+            m_recorder.callback()(info);
+        });
+        m_component->ResumeDownload(context());
+        verifyCompleted();
+        QVERIFY2(stackUsed >= 0 && stackUsed < 128 * 1024, QByteArray::number(stackUsed));
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
     void fiveAtATimeAndResumedWherePaused()
     {
         // The first file is quick and the next four take a second or more: the sixth may only start

@@ -82,6 +82,50 @@ private slots:
         QCOMPARE(DownloadFolder::FolderOf({}), QString());
     }
 
+    // A run's folder before anything is fetched: only the cache itself is wiped, and only on a fresh
+    // run; a missing folder is made; a list that leaves the cache is refused with nothing touched.
+    void preparesTheRunsFolder_data()
+    {
+        QTest::addColumn<QStringList>("paths"); // under the temporary folder; "cache" is the cache
+        QTest::addColumn<bool>("fresh");
+        QTest::addColumn<QString>("refused");
+        QTest::addColumn<bool>("strayKept"); // "cache/stray.tmp", left by an earlier job
+        QTest::addColumn<qint64>("onDisk"); // "cache/a.bin" holds 4 of its 10 bytes
+        QTest::newRow("fresh run") << QStringList { "cache/a.bin" } << true << QString() << false
+                                   << qint64(0);
+        QTest::newRow("resumed run") << QStringList { "cache/a.bin" } << false << QString() << true
+                                     << qint64(4);
+        QTest::newRow("fresh run into a subfolder")
+            << QStringList { "cache/sub/b.bin", "cache/a.bin" } << true << QString() << true << qint64(4);
+        QTest::newRow("fresh run, one entry outside")
+            << QStringList { "cache/a.bin", "game/x.pak" } << true << "game/x.pak" << true << qint64(0);
+    }
+
+    void preparesTheRunsFolder()
+    {
+        QFETCH(QStringList, paths);
+        QFETCH(bool, fresh);
+        QFETCH(QString, refused);
+        QFETCH(bool, strayKept);
+        QFETCH(qint64, onDisk);
+        QTemporaryDir dir;
+        QVERIFY(TestFiles::writeFile(dir.filePath("cache/stray.tmp"), "earlier"));
+        QVERIFY(TestFiles::writeFile(dir.filePath("cache/a.bin"), "head"));
+        QVector<DownloadFileInfo> files;
+        for (const QString& path : paths)
+            files.append(file(dir.filePath(path), 10));
+
+        const DownloadFolder::Prepared prepared
+            = DownloadFolder::Prepare(files, dir.filePath("cache"), fresh);
+        QCOMPARE(prepared.refused, refused.isEmpty() ? QString() : dir.filePath(refused));
+        QCOMPARE(QFile::exists(dir.filePath("cache/stray.tmp")), strayKept);
+        QCOMPARE(prepared.holdings.onDiskBytes, onDisk);
+        QCOMPARE(prepared.holdings.totalBytes, refused.isEmpty() ? qint64(10 * paths.size()) : qint64(0));
+        // The folder of the first file is there to write into, and nothing was made outside the cache.
+        QCOMPARE(QDir(QFileInfo(files.first().localPath).path()).exists(), true);
+        QVERIFY(!QDir(dir.filePath("game")).exists());
+    }
+
 private:
     static DownloadFileInfo file(const QString& path, qint64 size)
     {

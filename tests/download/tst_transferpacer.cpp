@@ -1,11 +1,19 @@
+#include "HttpTestServer.h"
+#include "ScopedTimeDivisor.h"
 #include "TestRegistry.h"
 
+#include "core/Timing.h"
 #include "download/TransferPacer.h"
+#include "download/downloader.h"
 
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QTemporaryDir>
 #include <QtTest>
 
 // The arithmetic of the pace: the budget of a pass, the read buffer of a reply, and the one queued
-// pass that the requests fold into. The loop itself moves real bytes in the manager's tests.
+// pass that the requests fold into; the limit reaching the replies, and the job's clocks. The loop
+// itself moves real bytes in the manager's tests.
 class TestTransferPacer : public QObject
 {
     Q_OBJECT
@@ -67,6 +75,86 @@ private slots:
         QVERIFY(pacer.MarkScheduled());
         pacer.SetLimit(100);
         QCOMPARE(pacer.TickMs(), 5);
+    }
+
+    // Each reply of a running transfer holds no more unread than the limit in force allows.
+    void limitReachesTheReplies_data()
+    {
+        QTest::addColumn<int>("limit");
+        QTest::addColumn<int>("running");
+        QTest::addColumn<qint64>("size");
+        QTest::newRow("no limit, two") << -1 << 2 << qint64(4 << 20);
+        QTest::newRow("no limit, five") << -1 << 5 << qint64((16 << 20) / 5);
+        QTest::newRow("100 KB/s") << 100 << 3 << qint64(409600);
+    }
+
+    void limitReachesTheReplies()
+    {
+        QFETCH(int, limit);
+        QFETCH(int, running);
+        QFETCH(qint64, size);
+        HttpTestServer server;
+        server.setRoute("/f", QByteArray(1 << 20, 'f'), { { 200, false, 1000, 50 } });
+        QTemporaryDir dir;
+        QNetworkAccessManager network;
+        qint64 received = 0;
+        QVector<QSharedPointer<downloader>> transfers;
+        QVector<QPointer<downloader>> open;
+        for (int i = 0; i < running; ++i) {
+            transfers.append(QSharedPointer<downloader>(new downloader(nullptr, &network, &received)));
+            transfers.last()->SetRequest(dir.filePath(QString::number(i)), QUrl(server.url("/f")), 1 << 20);
+            transfers.last()->ReStartDownload();
+            open.append(transfers.last().data());
+        }
+        TransferPacer pacer;
+        pacer.ApplyLimit(limit, open);
+        QCOMPARE(pacer.Limit(), limit);
+        const QList<QNetworkReply*> replies = network.findChildren<QNetworkReply*>();
+        QCOMPARE(replies.size(), running);
+        for (const QNetworkReply* reply : replies)
+            QCOMPARE(reply->readBufferSize(), size);
+        for (const auto& transfer : qAsConst(transfers))
+            transfer->Release();
+    }
+
+    // The job's clocks, read after the steps: "start" a file, "stop" the job, "ask" for a pass, "wait"
+    // 700 ms. The stall time is 1000 ms here and a sample is due each second.
+    void clocksRunWhileTheJobDoes_data()
+    {
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<int>("passes");
+        QTest::addColumn<int>("stalls");
+        QTest::addColumn<int>("samples");
+        QTest::newRow("a started file stalls") << "start wait wait" << 0 << 1 << 1;
+        QTest::newRow("a pass asked for puts the stall off") << "start wait ask wait" << 1 << 0 << 1;
+        QTest::newRow("passes asked for fold into one") << "ask ask ask wait" << 1 << 0 << 0;
+        QTest::newRow("a stopped job stays silent") << "start wait stop wait" << 0 << 0 << 0;
+    }
+
+    void clocksRunWhileTheJobDoes()
+    {
+        QFETCH(QString, steps);
+        QFETCH(int, passes);
+        QFETCH(int, stalls);
+        QFETCH(int, samples);
+        const ScopedTimeDivisor divisor(20);
+        QCOMPARE(Morvantix::Timing::stallTimeoutMs(), 1000);
+        int passCount = 0, stallCount = 0, sampleCount = 0;
+        TransferPacer pacer({ [&] { ++passCount; }, [&] { ++stallCount; }, [&] { ++sampleCount; } });
+        pacer.SetLimit(100);
+        for (const QString& step : steps.split(' ')) {
+            if (step == "start")
+                pacer.StartClocks();
+            else if (step == "stop")
+                pacer.StopClocks();
+            else if (step == "ask")
+                pacer.Schedule();
+            else
+                QTest::qWait(700);
+        }
+        QCOMPARE(passCount, passes);
+        QCOMPARE(stallCount, stalls);
+        QCOMPARE(sampleCount, samples);
     }
 
     void passWithoutTransfersWaits_data()

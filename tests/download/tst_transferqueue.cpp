@@ -21,21 +21,26 @@ class TestTransferQueue : public QObject
 
 private slots:
     // Filling the slots as the manager does, with a file complete on disk finishing inside its own
-    // start: files start in list order, never more than five run, and the job completes once.
+    // start: files start in list order, never more than five run, the job completes once, and no file
+    // starts inside another's report (thousands of complete files would nest as deep).
     void fillsSlotsInListOrder_data()
     {
         QTest::addColumn<QString>("files"); // per file: c complete on disk, f still to fetch
         QTest::addColumn<bool>("stopped"); // the job was stopped before the fill
         QTest::addColumn<int>("started");
         QTest::addColumn<int>("running");
-        QTest::addColumn<int>("opened"); // starts after which the job still ran
+        QTest::addColumn<int>("opened"); // starts that left a request open
         QTest::addColumn<int>("completions");
         QTest::newRow("nothing listed") << "" << false << 0 << 0 << 0 << 1;
         QTest::newRow("seven to fetch, five run") << "fffffff" << false << 5 << 5 << 5 << 0;
-        QTest::newRow("complete files make room") << "ccfffffff" << false << 7 << 5 << 7 << 0;
+        QTest::newRow("complete files make room") << "ccfffffff" << false << 7 << 5 << 5 << 0;
         // The last start ends the job inside the first one's: none of them goes on as running.
         QTest::newRow("every file complete") << "ccc" << false << 3 << 0 << 0 << 1;
         QTest::newRow("a stopped job starts nothing") << "ff" << true << 0 << 0 << 0 << 0;
+        const QString manyComplete(3000, 'c');
+        QTest::newRow("thousands complete") << manyComplete << false << 3000 << 0 << 0 << 1;
+        QTest::newRow("thousands complete, then five to fetch")
+            << manyComplete + "fffff" << false << 3005 << 5 << 5 << 0;
     }
 
     void fillsSlotsInListOrder()
@@ -58,16 +63,20 @@ private slots:
         bool bRunning = !stopped;
         QStringList made;
         int openedCount = 0, completionCount = 0;
+        int reportsOnStack = 0, deepestStart = 0;
         TransferQueue* queue = nullptr;
         TransferQueue::Starter starter {
             [&](const DownloadFileInfo& file) {
                 made << file.name;
+                deepestStart = qMax(deepestStart, reportsOnStack);
                 QSharedPointer<downloader> transfer(
                     new downloader(nullptr, &m_network, &m_received), &QObject::deleteLater);
                 connect(transfer.data(), &downloader::DownloadResult, this,
                     [&](ErrorCode code, const QString&, const QString& path) {
+                        ++reportsOnStack;
                         if (code == ErrorCode::FileFinished && queue->Finish(path))
                             queue->FillSlots();
+                        --reportsOnStack;
                     });
                 return transfer;
             },
@@ -93,6 +102,7 @@ private slots:
         QCOMPARE(filled.RunningCount(), running);
         QCOMPARE(openedCount, opened);
         QCOMPARE(completionCount, completions);
+        QCOMPARE(deepestStart, 0);
         for (int i = 0; i < files.size(); ++i) {
             const TransferState expected = i >= started ? TransferState::Waiting
                 : files.at(i) == 'c'                    ? TransferState::Done
