@@ -3,6 +3,7 @@
 
 #include "delta/Encoder.h"
 #include "delta/FilePatch.h"
+#include "delta/OldFileCache.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -57,6 +58,23 @@ QByteArray linkedImage(int words, quint32 shift, int seed)
     return image;
 }
 
+// A new file put together from short pieces of the old one, scattered over all of it and ending with
+// its last bytes, each piece behind a few bytes of its own: a major version's diff copies this way.
+QByteArray shortPiecesOf(const QByteArray& old, int pieces)
+{
+    QByteArray out;
+    const QByteArray between = patternBytes(pieces * 8, 77);
+    quint32 state = 12345;
+    for (int i = 0; i < pieces; ++i) {
+        state = state * 1664525u + 1013904223u;
+        const int length = 40 + int(state % 60);
+        const int from
+            = i == pieces - 1 ? old.size() - length : int((state >> 8) % quint32(old.size() - length));
+        out += between.mid(i * 8, 8) + old.mid(from, length);
+    }
+    return out;
+}
+
 QByteArray flipped(QByteArray data, int every)
 {
     for (int i = every / 2; i < data.size(); i += every)
@@ -107,6 +125,8 @@ private slots:
         bigShifted.insert(1500000, patternBytes(30000, 5));
         bigShifted.remove(2500000, 10000);
 
+        const QByteArray odd = patternBytes((1 << 20) + 777, 6);
+
         QTest::newRow("both empty") << QByteArray() << QByteArray() << plenty << false << -1;
         QTest::newRow("from empty") << QByteArray() << base.left(5000) << plenty << false << -1;
         QTest::newRow("to empty") << base.left(5000) << QByteArray() << plenty << false << 200;
@@ -129,6 +149,8 @@ private slots:
         QTest::newRow("parts on both cores") << large << largeEdited << plenty << false << 40000;
         QTest::newRow("spans, same places") << big << bigEdited << tight << false << 25000;
         QTest::newRow("spans, shifted") << big << bigShifted << tight << false << 35000;
+        QTest::newRow("short copies, to the old file's end")
+            << odd << shortPiecesOf(odd, 4000) << plenty << false << -1;
         QTest::newRow("spans, new file longer") << big.left(1 << 20) << big << tight << false << -1;
     }
     void roundTrips()
@@ -160,6 +182,42 @@ private slots:
         QVERIFY(tool.waitForFinished(60000));
         QVERIFY2(tool.exitCode() == 0, tool.readAllStandardError().constData());
         QVERIFY(readFile(dir.filePath("old")) == newBytes);
+    }
+
+    // The old file's blocks on the rebuild's way, small here so that few bytes reach every case.
+    void oldFileCacheReads_data()
+    {
+        QTest::addColumn<int>("fileSize");
+        QTest::addColumn<QVector<int>>("reads"); // offset, length, offset, length...
+        QTest::newRow("inside a block") << 10000 << QVector<int> { 100, 50, 120, 10 };
+        QTest::newRow("across a block's end") << 10000 << QVector<int> { 4000, 200, 8000, 300 };
+        QTest::newRow("the short last block") << 10000 << QVector<int> { 9990, 10, 8192, 1808 };
+        QTest::newRow("blocks taking turns in one place")
+            << 10000 << QVector<int> { 0, 10, 8192, 10, 5, 10, 8300, 5, 4096, 4000 };
+        QTest::newRow("long reads around the blocks")
+            << 10000 << QVector<int> { 1000, 5000, 1000, 100, 0, 10000 };
+        QTest::newRow("backwards") << 10000 << QVector<int> { 9000, 1000, 5000, 3000, 100, 4000, 0, 1 };
+        QTest::newRow("empty file") << 0 << QVector<int> { 0, 0 };
+    }
+    void oldFileCacheReads()
+    {
+        QFETCH(int, fileSize);
+        QFETCH(QVector<int>, reads);
+        QTemporaryDir dir;
+        const QByteArray bytes = patternBytes(fileSize, 8);
+        QVERIFY(writeFile(dir.filePath("old"), bytes));
+        Delta::ByteFile file;
+        QVERIFY(file.open(native(dir.filePath("old")), Delta::ByteFile::Mode::Read).ok());
+        Delta::OldFileCache cache(file, 4096, 2);
+        QVERIFY(cache.reserve().ok());
+        for (int i = 0; i < reads.size(); i += 2) {
+            QByteArray got(reads[i + 1], '\0');
+            QVERIFY(cache
+                        .read(quint64(reads[i]), reinterpret_cast<unsigned char*>(got.data()),
+                            std::size_t(got.size()))
+                        .ok());
+            QCOMPARE(got, bytes.mid(reads[i], reads[i + 1]));
+        }
     }
 
     void refusesBadInput_data()
