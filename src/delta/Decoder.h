@@ -2,7 +2,6 @@
 
 #include "ByteFile.h"
 #include "DiffFormat.h"
-#include "OldFileCache.h"
 #include "StreamReader.h"
 
 #include <vector>
@@ -46,7 +45,6 @@ private:
     std::string m_diffPath;
     std::string m_oldPath;
     ByteFile m_old;
-    OldFileCache m_oldBlocks { m_old };
     StreamReader m_streams[StreamCount];
     std::vector<unsigned char> m_cache; // the new bytes on their way out
     std::size_t m_outUsed = 0;

@@ -3,7 +3,6 @@
 
 #include "delta/Encoder.h"
 #include "delta/FilePatch.h"
-#include "delta/OldFileCache.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -182,42 +181,6 @@ private slots:
         QVERIFY(tool.waitForFinished(60000));
         QVERIFY2(tool.exitCode() == 0, tool.readAllStandardError().constData());
         QVERIFY(readFile(dir.filePath("old")) == newBytes);
-    }
-
-    // The old file's blocks on the rebuild's way, small here so that few bytes reach every case.
-    void oldFileCacheReads_data()
-    {
-        QTest::addColumn<int>("fileSize");
-        QTest::addColumn<QVector<int>>("reads"); // offset, length, offset, length...
-        QTest::newRow("inside a block") << 10000 << QVector<int> { 100, 50, 120, 10 };
-        QTest::newRow("across a block's end") << 10000 << QVector<int> { 4000, 200, 8000, 300 };
-        QTest::newRow("the short last block") << 10000 << QVector<int> { 9990, 10, 8192, 1808 };
-        QTest::newRow("blocks taking turns in one place")
-            << 10000 << QVector<int> { 0, 10, 8192, 10, 5, 10, 8300, 5, 4096, 4000 };
-        QTest::newRow("long reads around the blocks")
-            << 10000 << QVector<int> { 1000, 5000, 1000, 100, 0, 10000 };
-        QTest::newRow("backwards") << 10000 << QVector<int> { 9000, 1000, 5000, 3000, 100, 4000, 0, 1 };
-        QTest::newRow("empty file") << 0 << QVector<int> { 0, 0 };
-    }
-    void oldFileCacheReads()
-    {
-        QFETCH(int, fileSize);
-        QFETCH(QVector<int>, reads);
-        QTemporaryDir dir;
-        const QByteArray bytes = patternBytes(fileSize, 8);
-        QVERIFY(writeFile(dir.filePath("old"), bytes));
-        Delta::ByteFile file;
-        QVERIFY(file.open(native(dir.filePath("old")), Delta::ByteFile::Mode::Read).ok());
-        Delta::OldFileCache cache(file, 4096, 2);
-        QVERIFY(cache.reserve().ok());
-        for (int i = 0; i < reads.size(); i += 2) {
-            QByteArray got(reads[i + 1], '\0');
-            QVERIFY(cache
-                        .read(quint64(reads[i]), reinterpret_cast<unsigned char*>(got.data()),
-                            std::size_t(got.size()))
-                        .ok());
-            QCOMPARE(got, bytes.mid(reads[i], reads[i + 1]));
-        }
     }
 
     void refusesBadInput_data()
