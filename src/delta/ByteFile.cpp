@@ -154,6 +154,28 @@ Result ByteFile::read(void* data, std::size_t n)
     return Result::Failure(Status::ReadFailed, m_path + " ends early");
 }
 
+Result ByteFile::readPositioned(std::uint64_t offset, void* data, std::size_t n)
+{
+#ifdef _WIN32
+    return readAt(offset, data, n);
+#else
+    auto* to = static_cast<unsigned char*>(data);
+    while (n > 0) {
+        const ssize_t got = ::pread(fileno(m_file), to, n, off_t(offset));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return ErrnoFailure("cannot read " + m_path, errno, Status::ReadFailed);
+        if (got == 0)
+            return Result::Failure(Status::ReadFailed, m_path + " ends early");
+        to += got;
+        offset += std::uint64_t(got);
+        n -= std::size_t(got);
+    }
+    return {};
+#endif
+}
+
 Result ByteFile::addToChecksum(
     std::uint64_t n, unsigned char* buffer, std::size_t bufferSize, std::uint32_t& crc)
 {

@@ -38,6 +38,9 @@ public:
     // Reads exactly n bytes at offset (or from where the last read ended).
     Result readAt(std::uint64_t offset, void* data, std::size_t n);
     Result read(void* data, std::size_t n);
+    // Exactly n bytes at offset in one call to the system where it has one (Linux), leaving the place
+    // of read alone there; elsewhere a seek and a read.
+    Result readPositioned(std::uint64_t offset, void* data, std::size_t n);
     Result write(const void* data, std::size_t n);
     // Reads the next n bytes through buffer, carrying the CRC-32 crc on over them.
     Result addToChecksum(std::uint64_t n, unsigned char* buffer, std::size_t bufferSize, std::uint32_t& crc);

@@ -179,7 +179,9 @@ Result Decoder::copyFromOld(std::uint64_t length, ByteFile& out)
     while (length > 0) {
         const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
         unsigned char* to = m_cache.data() + m_outUsed;
-        Result result = m_old.readAt(m_oldPosition, to, n);
+        // A major version's diff copies millions of short pieces from all over the old file: one
+        // positioned read each, of just its bytes, and no buffer filled around it.
+        Result result = m_old.readPositioned(m_oldPosition, to, n);
         if (result.ok())
             result = addDifferences(to, n);
         m_outUsed += n;

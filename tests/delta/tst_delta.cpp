@@ -57,6 +57,23 @@ QByteArray linkedImage(int words, quint32 shift, int seed)
     return image;
 }
 
+// A new file put together from short pieces of the old one, scattered over all of it and ending with
+// its last bytes, each piece behind a few bytes of its own: a major version's diff copies this way.
+QByteArray shortPiecesOf(const QByteArray& old, int pieces)
+{
+    QByteArray out;
+    const QByteArray between = patternBytes(pieces * 8, 77);
+    quint32 state = 12345;
+    for (int i = 0; i < pieces; ++i) {
+        state = state * 1664525u + 1013904223u;
+        const int length = 40 + int(state % 60);
+        const int from
+            = i == pieces - 1 ? old.size() - length : int((state >> 8) % quint32(old.size() - length));
+        out += between.mid(i * 8, 8) + old.mid(from, length);
+    }
+    return out;
+}
+
 QByteArray flipped(QByteArray data, int every)
 {
     for (int i = every / 2; i < data.size(); i += every)
@@ -107,6 +124,8 @@ private slots:
         bigShifted.insert(1500000, patternBytes(30000, 5));
         bigShifted.remove(2500000, 10000);
 
+        const QByteArray odd = patternBytes((1 << 20) + 777, 6);
+
         QTest::newRow("both empty") << QByteArray() << QByteArray() << plenty << false << -1;
         QTest::newRow("from empty") << QByteArray() << base.left(5000) << plenty << false << -1;
         QTest::newRow("to empty") << base.left(5000) << QByteArray() << plenty << false << 200;
@@ -129,6 +148,8 @@ private slots:
         QTest::newRow("parts on both cores") << large << largeEdited << plenty << false << 40000;
         QTest::newRow("spans, same places") << big << bigEdited << tight << false << 25000;
         QTest::newRow("spans, shifted") << big << bigShifted << tight << false << 35000;
+        QTest::newRow("short copies, to the old file's end")
+            << odd << shortPiecesOf(odd, 4000) << plenty << false << -1;
         QTest::newRow("spans, new file longer") << big.left(1 << 20) << big << tight << false << -1;
     }
     void roundTrips()
