@@ -9,12 +9,10 @@
 #include "PreviousOutput.h"
 #include "VersionFolders.h"
 #include "VersionStager.h"
-#include "files/QFileUtils.h"
 #include "files/SafePath.h"
 #include "install/ExternalTools.h"
 #include "planning/GuideManifestReader.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
