@@ -26,8 +26,12 @@ Decoder::Decoder(std::size_t cacheSize)
 
 Result Decoder::check(const std::string& oldPath, const std::string& diffPath)
 {
-    m_cache.resize(m_cacheSize);
-    m_literals.resize(kSmallestCache);
+    try {
+        m_stretch.resize(std::min(m_cacheSize * kStretchPerCache, kLargestCache));
+        m_gather.reserve(m_stretch.size() / kBytesPerCopy);
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory for the cache of the apply");
+    }
     Result result = checkDiff(diffPath);
     if (result.ok())
         result = checkOldSize(oldPath);
@@ -68,7 +72,7 @@ Result Decoder::checkDiff(const std::string& diffPath)
         return corrupt(diffPath + " has " + std::to_string(diff.size()) + " bytes where its header promises "
             + std::to_string(DiffFileSize(m_header)) + " (truncated?)");
     std::uint32_t crc = 0;
-    result = diff.addToChecksum(diff.size() - kHeaderSize, m_cache.data(), m_cache.size(), crc);
+    result = diff.addToChecksum(diff.size() - kHeaderSize, m_stretch.data(), m_stretch.size(), crc);
     if (!result.ok())
         return result;
     crc = std::uint32_t(crc32(crc, bytes, uInt(kChecksumOffset)));
@@ -130,39 +134,21 @@ Result Decoder::decode(ByteFile& out)
 
 Result Decoder::rebuild(ByteFile& out)
 {
-    m_oldPosition = 0;
+    m_oldPosition = m_planned = m_copyLeft = m_extraLeft = 0;
     m_zerosLeft = m_literalsLeft = 0;
     m_carry = 0;
-    m_outUsed = 0;
     m_newCrc = std::uint32_t(crc32(0, nullptr, 0));
-    std::uint64_t written = 0;
-    while (written < m_header.newSize) {
-        std::uint64_t seek = 0, copy = 0, extra = 0;
-        Result result = m_streams[ControlStream].readVarint(seek);
+    while (m_planned < m_header.newSize || m_copyLeft > 0 || m_extraLeft > 0) {
+        Result result = planStretch();
         if (result.ok())
-            result = m_streams[ControlStream].readVarint(copy);
+            result = m_gather.fill(m_old, m_stretch.data());
         if (result.ok())
-            result = m_streams[ControlStream].readVarint(extra);
+            result = completeStretch();
+        if (result.ok())
+            result = writeStretch(out);
         if (!result.ok())
             return result;
-        const std::int64_t move = UnZigZag(seek);
-        if ((move < 0 && std::uint64_t(-move) > m_oldPosition)
-            || (move > 0 && std::uint64_t(move) > m_header.oldSize - m_oldPosition))
-            return corrupt("a record moves outside the old file");
-        m_oldPosition += std::uint64_t(move);
-        if (copy > m_header.oldSize - m_oldPosition || copy > m_header.newSize - written
-            || extra > m_header.newSize - written - copy)
-            return corrupt("a record reaches past the end of a file");
-        result = copyFromOld(copy, out);
-        if (result.ok())
-            result = copyExtra(extra, out);
-        if (!result.ok())
-            return result;
-        written += copy + extra;
     }
-    const Result flushed = flushOut(out);
-    if (!flushed.ok())
-        return flushed;
     for (const StreamReader& stream : m_streams) {
         if (!stream.atEnd())
             return corrupt("a stream holds more than the new file needs");
@@ -174,25 +160,67 @@ Result Decoder::rebuild(ByteFile& out)
     return {};
 }
 
-Result Decoder::copyFromOld(std::uint64_t length, ByteFile& out)
+Result Decoder::readRecord()
 {
-    while (length > 0) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
-        unsigned char* to = m_cache.data() + m_outUsed;
-        // A major version's diff copies millions of short pieces from all over the old file: one
-        // positioned read each, of just its bytes, and no buffer filled around it.
-        Result result = m_old.readPositioned(m_oldPosition, to, n);
-        if (result.ok())
-            result = addDifferences(to, n);
-        m_outUsed += n;
-        if (result.ok() && m_outUsed == m_cache.size())
-            result = flushOut(out);
-        if (!result.ok())
-            return result;
-        m_oldPosition += n;
-        length -= n;
+    std::uint64_t numbers[3];
+    const Result result = m_streams[ControlStream].readVarints(numbers, 3);
+    if (!result.ok())
+        return result;
+    const std::int64_t move = UnZigZag(numbers[0]);
+    const std::uint64_t copy = numbers[1], extra = numbers[2];
+    if ((move < 0 && std::uint64_t(-move) > m_oldPosition)
+        || (move > 0 && std::uint64_t(move) > m_header.oldSize - m_oldPosition))
+        return corrupt("a record moves outside the old file");
+    m_oldPosition += std::uint64_t(move);
+    if (copy > m_header.oldSize - m_oldPosition || copy > m_header.newSize - m_planned
+        || extra > m_header.newSize - m_planned - copy)
+        return corrupt("a record reaches past the end of a file");
+    m_copyLeft = copy;
+    m_extraLeft = extra;
+    m_planned += copy + extra;
+    return {};
+}
+
+Result Decoder::planStretch()
+{
+    m_gather.clear();
+    m_stretchUsed = 0;
+    while (m_stretchUsed < m_stretch.size() && m_gather.count() < m_stretch.size() / kBytesPerCopy) {
+        if (m_copyLeft == 0 && m_extraLeft == 0) {
+            if (m_planned == m_header.newSize)
+                break;
+            const Result result = readRecord();
+            if (!result.ok())
+                return result;
+        }
+        const auto copy
+            = std::uint32_t(std::min<std::uint64_t>(m_copyLeft, m_stretch.size() - m_stretchUsed));
+        if (copy > 0)
+            m_gather.add(m_oldPosition, std::uint32_t(m_stretchUsed), copy);
+        m_oldPosition += copy;
+        m_copyLeft -= copy;
+        m_stretchUsed += copy;
+        const auto extra
+            = std::uint32_t(std::min<std::uint64_t>(m_extraLeft, m_stretch.size() - m_stretchUsed));
+        m_extraLeft -= extra;
+        m_stretchUsed += extra;
     }
     return {};
+}
+
+Result Decoder::completeStretch()
+{
+    // Between two copies, and after the last, the stretch holds extra bytes.
+    std::size_t at = 0;
+    for (const CopyGather::Copy& copy : m_gather.copies()) {
+        Result result = m_streams[ExtraStream].read(m_stretch.data() + at, copy.at - at);
+        if (result.ok())
+            result = addDifferences(m_stretch.data() + copy.at, copy.length);
+        if (!result.ok())
+            return result;
+        at = copy.at + copy.length;
+    }
+    return m_streams[ExtraStream].read(m_stretch.data() + at, m_stretchUsed - at);
 }
 
 Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
@@ -200,11 +228,12 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
     StreamReader& differences = m_streams[DifferenceStream];
     while (n > 0) {
         if (m_zerosLeft == 0 && m_literalsLeft == 0) {
-            Result result = differences.readVarint(m_zerosLeft);
-            if (result.ok())
-                result = differences.readVarint(m_literalsLeft);
+            std::uint64_t run[2];
+            const Result result = differences.readVarints(run, 2);
             if (!result.ok())
                 return result;
+            m_zerosLeft = run[0];
+            m_literalsLeft = run[1];
             if (m_zerosLeft == 0 && m_literalsLeft == 0)
                 return corrupt("an empty difference run");
             m_carry = 0;
@@ -215,14 +244,15 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
         m_zerosLeft -= zeros;
         if (m_zerosLeft > 0 || n == 0)
             continue;
-        const std::size_t take
-            = std::min({ std::size_t(std::min<std::uint64_t>(m_literalsLeft, n)), m_literals.size() });
-        const Result result = differences.read(m_literals.data(), take);
+        const unsigned char* literals = nullptr;
+        std::size_t take = 0;
+        const Result result
+            = differences.borrow(std::size_t(std::min<std::uint64_t>(m_literalsLeft, n)), literals, take);
         if (!result.ok())
             return result;
         unsigned carry = m_carry;
         for (std::size_t i = 0; i < take; ++i) {
-            const unsigned sum = bytes[i] + m_literals[i] + carry;
+            const unsigned sum = bytes[i] + literals[i] + carry;
             bytes[i] = static_cast<unsigned char>(sum);
             carry = sum >> 8;
         }
@@ -234,27 +264,10 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
     return {};
 }
 
-Result Decoder::copyExtra(std::uint64_t length, ByteFile& out)
+Result Decoder::writeStretch(ByteFile& out)
 {
-    while (length > 0) {
-        const std::size_t n = std::size_t(std::min<std::uint64_t>(length, m_cache.size() - m_outUsed));
-        Result result = m_streams[ExtraStream].read(m_cache.data() + m_outUsed, n);
-        m_outUsed += n;
-        if (result.ok() && m_outUsed == m_cache.size())
-            result = flushOut(out);
-        if (!result.ok())
-            return result;
-        length -= n;
-    }
-    return {};
-}
-
-Result Decoder::flushOut(ByteFile& out)
-{
-    const std::size_t n = m_outUsed;
-    m_outUsed = 0;
-    m_newCrc = std::uint32_t(crc32(m_newCrc, m_cache.data(), uInt(n)));
-    return out.write(m_cache.data(), n);
+    m_newCrc = std::uint32_t(crc32(m_newCrc, m_stretch.data(), uInt(m_stretchUsed)));
+    return out.write(m_stretch.data(), m_stretchUsed);
 }
 
 } // namespace Delta

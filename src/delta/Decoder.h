@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ByteFile.h"
+#include "CopyGather.h"
 #include "DiffFormat.h"
 #include "StreamReader.h"
 
@@ -8,15 +9,21 @@
 
 namespace Delta {
 
-// Rebuilds a new file from an old file and a diff, streaming: memory is twice the cache given (the new
-// bytes on their way out, the old file's checksum) plus a fixed amount, whatever the sizes of the files. The
-// diff's own checksum and length and the old file's size are checked before the first byte is written; the
-// old file's checksum is taken on a second thread while the new file is written, and the new file's at the
-// end.
+// Rebuilds a new file from an old file and a diff, streaming, one stretch of the new file at a time:
+// memory is the stretch (kStretchPerCache times the cache given), the list of the copies it holds (at
+// most 24 bytes for every 64 of it), the cache again for the old file's checksum and a fixed amount,
+// whatever the sizes of the files. The diff's own checksum and
+// length and the old file's size are checked before the first byte is written; the old file's checksum
+// is taken on a second thread while the new file is written, and the new file's at the end.
 class Decoder
 {
 public:
     static constexpr std::size_t kDefaultCache = 1 << 20;
+    // Each stretch reads the old file once, in order: the longer the stretch, the fewer the passes.
+    static constexpr std::size_t kStretchPerCache = 16;
+    // A stretch holds at most one copy for every so many of its bytes, which bounds its bookkeeping
+    // when the diff's copies are tiny.
+    static constexpr std::size_t kBytesPerCopy = 64;
 
     explicit Decoder(std::size_t cacheSize = kDefaultCache);
 
@@ -34,11 +41,15 @@ private:
     // The old file's checksum, through a handle and a buffer of its own.
     Result checkOldBytes() const;
     Result rebuild(ByteFile& out);
-    Result copyFromOld(std::uint64_t length, ByteFile& out);
-    Result copyExtra(std::uint64_t length, ByteFile& out);
+    // The next record of the control stream, checked against both files.
+    Result readRecord();
+    // Takes records until the stretch is full; their copies go to the gather.
+    Result planStretch();
+    // With the old bytes in place: the differences and the extra bytes, in the order of the diff.
+    Result completeStretch();
     Result addDifferences(unsigned char* bytes, std::size_t n);
-    // Checksums and writes the new bytes gathered in the cache.
-    Result flushOut(ByteFile& out);
+    // Checksums and writes the stretch.
+    Result writeStretch(ByteFile& out);
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
@@ -46,10 +57,13 @@ private:
     std::string m_oldPath;
     ByteFile m_old;
     StreamReader m_streams[StreamCount];
-    std::vector<unsigned char> m_cache; // the new bytes on their way out
-    std::size_t m_outUsed = 0;
-    std::vector<unsigned char> m_literals;
+    std::vector<unsigned char> m_stretch; // the new bytes on their way out
+    std::size_t m_stretchUsed = 0;
+    CopyGather m_gather;
     std::uint64_t m_oldPosition = 0;
+    std::uint64_t m_planned = 0; // new bytes whose records have been read
+    std::uint64_t m_copyLeft = 0; // of the current record, for the next stretch
+    std::uint64_t m_extraLeft = 0;
     std::uint64_t m_zerosLeft = 0; // of the current difference run
     std::uint64_t m_literalsLeft = 0;
     unsigned m_carry = 0; // into the next literal of the run

@@ -110,21 +110,54 @@ Result StreamReader::read(void* data, std::size_t n)
     return {};
 }
 
-Result StreamReader::readVarint(std::uint64_t& value)
+Result StreamReader::borrow(std::size_t most, const unsigned char*& data, std::size_t& n)
 {
-    // Most numbers lie whole in the buffer: read there without a call per byte.
-    if (m_end - m_begin >= kMaxVarintBytes) {
-        const unsigned char* at = m_output.data() + m_begin;
-        value = 0;
-        for (std::size_t i = 0; i < kMaxVarintBytes; ++i) {
-            value |= std::uint64_t(at[i] & 0x7f) << (7 * i);
-            if ((at[i] & 0x80) == 0) {
-                m_begin += i + 1;
-                return {};
-            }
-        }
-        return corrupt("a number runs on too long");
+    if (m_begin == m_end) {
+        const Result filled = refill();
+        if (!filled.ok())
+            return filled;
     }
+    data = m_output.data() + m_begin;
+    n = std::min(most, m_end - m_begin);
+    m_begin += n;
+    return {};
+}
+
+Result StreamReader::readVarints(std::uint64_t* values, std::size_t count)
+{
+    // Most records lie whole in the buffer: read them there without a call per byte.
+    if (m_end - m_begin >= count * kMaxVarintBytes) {
+        const unsigned char* at = m_output.data() + m_begin;
+        for (std::size_t k = 0; k < count; ++k) {
+            if (!takeVarint(at, values[k]))
+                return corrupt("a number runs on too long");
+        }
+        m_begin = std::size_t(at - m_output.data());
+        return {};
+    }
+    for (std::size_t k = 0; k < count; ++k) {
+        const Result got = readVarintByBytes(values[k]);
+        if (!got.ok())
+            return got;
+    }
+    return {};
+}
+
+bool StreamReader::takeVarint(const unsigned char*& at, std::uint64_t& value)
+{
+    value = 0;
+    for (std::size_t i = 0; i < kMaxVarintBytes; ++i) {
+        value |= std::uint64_t(at[i] & 0x7f) << (7 * i);
+        if ((at[i] & 0x80) == 0) {
+            at += i + 1;
+            return true;
+        }
+    }
+    return false;
+}
+
+Result StreamReader::readVarintByBytes(std::uint64_t& value)
+{
     value = 0;
     for (int shift = 0; shift < 64; shift += 7) {
         unsigned char byte = 0;

@@ -22,13 +22,21 @@ public:
 
     // Exactly n bytes, or CorruptDiff when the stream has fewer.
     Result read(void* data, std::size_t n);
-    Result readVarint(std::uint64_t& value);
+    // The next bytes, at most most of them, where they lie in the buffer: valid until the next call.
+    // At least one byte, or CorruptDiff when the stream has ended.
+    Result borrow(std::size_t most, const unsigned char*& data, std::size_t& n);
+    // The next count variable-length numbers.
+    Result readVarints(std::uint64_t* values, std::size_t count);
     // Every byte the header promised has been read.
     bool atEnd() const { return m_delivered == m_info.unpackedSize && m_begin == m_end; }
 
 private:
     Result refill();
     Result fillInput();
+    // One number from bytes known to hold kMaxVarintBytes; false when it runs on longer.
+    static bool takeVarint(const unsigned char*& at, std::uint64_t& value);
+    // One number across a refill.
+    Result readVarintByBytes(std::uint64_t& value);
 
     StreamInfo m_info;
     ByteFile m_file;
