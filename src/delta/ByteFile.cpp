@@ -1,10 +1,11 @@
 #include "ByteFile.h"
 
+#include "Crc32.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <zlib.h>
 
 #ifdef _WIN32
 #include <io.h>
@@ -154,10 +155,38 @@ Result ByteFile::read(void* data, std::size_t n)
     return Result::Failure(Status::ReadFailed, m_path + " ends early");
 }
 
+std::intptr_t ByteFile::systemHandle() const
+{
+#ifdef _WIN32
+    return _get_osfhandle(_fileno(m_file));
+#else
+    return fileno(m_file);
+#endif
+}
+
 Result ByteFile::readPositioned(std::uint64_t offset, void* data, std::size_t n)
 {
 #ifdef _WIN32
-    return readAt(offset, data, n);
+    // The CRT's buffer no longer matches the handle's place: make the next seek a real one.
+    m_position = ~std::uint64_t(0);
+    const HANDLE handle = HANDLE(systemHandle());
+    auto* to = static_cast<unsigned char*>(data);
+    while (n > 0) {
+        OVERLAPPED at {};
+        at.Offset = DWORD(offset);
+        at.OffsetHigh = DWORD(offset >> 32);
+        DWORD got = 0;
+        const DWORD wanted = DWORD(std::min<std::size_t>(n, 1u << 30));
+        if (!ReadFile(handle, to, wanted, &got, &at) && GetLastError() != ERROR_HANDLE_EOF)
+            return Result::Failure(Status::ReadFailed,
+                "cannot read " + m_path + " (Windows error " + std::to_string(GetLastError()) + ")");
+        if (got == 0)
+            return Result::Failure(Status::ReadFailed, m_path + " ends early");
+        to += got;
+        offset += got;
+        n -= got;
+    }
+    return {};
 #else
     auto* to = static_cast<unsigned char*>(data);
     while (n > 0) {
@@ -179,16 +208,14 @@ Result ByteFile::readPositioned(std::uint64_t offset, void* data, std::size_t n)
 Result ByteFile::addToChecksum(
     std::uint64_t n, unsigned char* buffer, std::size_t bufferSize, std::uint32_t& crc)
 {
-    uLong sum = crc;
     while (n > 0) {
         const std::size_t piece = std::size_t(std::min<std::uint64_t>(n, bufferSize));
         const Result got = read(buffer, piece);
         if (!got.ok())
             return got;
-        sum = crc32(sum, buffer, uInt(piece));
+        crc = Crc32(crc, buffer, piece);
         n -= piece;
     }
-    crc = std::uint32_t(sum);
     return {};
 }
 

@@ -32,14 +32,16 @@ public:
     bool isOpen() const { return m_file != nullptr; }
     const std::string& path() const { return m_path; }
     std::uint64_t size() const { return m_size; }
+    // The system's handle of the open file: a descriptor, or a HANDLE on Windows.
+    std::intptr_t systemHandle() const;
 
     // The next read or write happens at offset.
     Result seek(std::uint64_t offset);
     // Reads exactly n bytes at offset (or from where the last read ended).
     Result readAt(std::uint64_t offset, void* data, std::size_t n);
     Result read(void* data, std::size_t n);
-    // Exactly n bytes at offset in one call to the system where it has one (Linux), leaving the place
-    // of read alone there; elsewhere a seek and a read.
+    // Exactly n bytes at offset in one call to the system. It leaves the place of read alone on Linux
+    // and moves it on Windows: a read there needs a seek first.
     Result readPositioned(std::uint64_t offset, void* data, std::size_t n);
     Result write(const void* data, std::size_t n);
     // Reads the next n bytes through buffer, carrying the CRC-32 crc on over them.

@@ -1,10 +1,11 @@
 #include "Decoder.h"
 
+#include "Crc32.h"
+
 #include <algorithm>
 #include <new>
 #include <system_error>
 #include <thread>
-#include <zlib.h>
 
 namespace Delta {
 
@@ -75,7 +76,7 @@ Result Decoder::checkDiff(const std::string& diffPath)
     result = diff.addToChecksum(diff.size() - kHeaderSize, m_stretch.data(), m_stretch.size(), crc);
     if (!result.ok())
         return result;
-    crc = std::uint32_t(crc32(crc, bytes, uInt(kChecksumOffset)));
+    crc = Crc32(crc, bytes, kChecksumOffset);
     if (crc != m_header.diffCrc)
         return corrupt("the checksum of " + diffPath + " does not match its bytes");
     return {};
@@ -137,7 +138,7 @@ Result Decoder::rebuild(ByteFile& out)
     m_oldPosition = m_planned = m_copyLeft = m_extraLeft = 0;
     m_zerosLeft = m_literalsLeft = 0;
     m_carry = 0;
-    m_newCrc = std::uint32_t(crc32(0, nullptr, 0));
+    m_newCrc = 0;
     while (m_planned < m_header.newSize || m_copyLeft > 0 || m_extraLeft > 0) {
         Result result = planStretch();
         if (result.ok())
@@ -266,7 +267,7 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
 
 Result Decoder::writeStretch(ByteFile& out)
 {
-    m_newCrc = std::uint32_t(crc32(m_newCrc, m_stretch.data(), uInt(m_stretchUsed)));
+    m_newCrc = Crc32(m_newCrc, m_stretch.data(), m_stretchUsed);
     return out.write(m_stretch.data(), m_stretchUsed);
 }
 

@@ -10,9 +10,9 @@
 namespace Delta {
 
 // Rebuilds a new file from an old file and a diff, streaming, one stretch of the new file at a time:
-// memory is the stretch (kStretchPerCache times the cache given), the list of the copies it holds (at
-// most 24 bytes for every 64 of it), the cache again for the old file's checksum and a fixed amount,
-// whatever the sizes of the files. The diff's own checksum and
+// memory is the stretch (kStretchPerCache times the cache given), the lists of the copies it holds (at
+// most a quarter of that), a window of the old file, the cache again for the old file's checksum and a
+// fixed amount, whatever the sizes of the files. The diff's own checksum and
 // length and the old file's size are checked before the first byte is written; the old file's checksum
 // is taken on a second thread while the new file is written, and the new file's at the end.
 class Decoder
