@@ -6,6 +6,12 @@
 
 namespace Delta {
 
+namespace {
+
+constexpr std::size_t kLookAhead = 8;
+
+} // namespace
+
 void CopyGather::reserve(std::size_t mostCopies)
 {
     m_copies.reserve(mostCopies);
@@ -49,7 +55,16 @@ bool CopyGather::mapWindowOf(const ByteFile& old, const Copy& copy)
 Result CopyGather::fill(ByteFile& old, unsigned char* stretch)
 {
     sortByWindow(old.size());
-    for (const Copy& copy : m_sorted) {
+    for (std::size_t i = 0; i < m_sorted.size(); ++i) {
+        const Copy& copy = m_sorted[i];
+        // The copies land all over the stretch and come from all over the window: ask for the bytes of
+        // a later one while this one is made.
+        if (i + kLookAhead < m_sorted.size()) {
+            const Copy& later = m_sorted[i + kLookAhead];
+            if (m_window.covers(later.oldOffset, later.length))
+                __builtin_prefetch(m_window.at(later.oldOffset));
+            __builtin_prefetch(stretch + later.at, 1);
+        }
         const bool inWindow = copy.length <= kLargeCopy
             && (m_window.covers(copy.oldOffset, copy.length) || (m_mappable && mapWindowOf(old, copy)));
         if (inWindow) {

@@ -14,6 +14,20 @@ Result corrupt(const std::string& why)
     return Result::Failure(Status::CorruptDiff, "the diff is damaged: " + why);
 }
 
+// One number from bytes known to hold kMaxVarintBytes; false when it runs on longer.
+inline bool takeVarint(const unsigned char*& at, std::uint64_t& value)
+{
+    std::uint64_t byte = *at++;
+    value = byte & 0x7f;
+    for (unsigned shift = 7; byte & 0x80; shift += 7) {
+        if (shift > 63)
+            return false;
+        byte = *at++;
+        value |= (byte & 0x7f) << shift;
+    }
+    return true;
+}
+
 } // namespace
 
 StreamReader::~StreamReader()
@@ -141,19 +155,6 @@ Result StreamReader::readVarints(std::uint64_t* values, std::size_t count)
             return got;
     }
     return {};
-}
-
-bool StreamReader::takeVarint(const unsigned char*& at, std::uint64_t& value)
-{
-    value = 0;
-    for (std::size_t i = 0; i < kMaxVarintBytes; ++i) {
-        value |= std::uint64_t(at[i] & 0x7f) << (7 * i);
-        if ((at[i] & 0x80) == 0) {
-            at += i + 1;
-            return true;
-        }
-    }
-    return false;
 }
 
 Result StreamReader::readVarintByBytes(std::uint64_t& value)

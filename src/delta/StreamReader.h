@@ -33,8 +33,6 @@ public:
 private:
     Result refill();
     Result fillInput();
-    // One number from bytes known to hold kMaxVarintBytes; false when it runs on longer.
-    static bool takeVarint(const unsigned char*& at, std::uint64_t& value);
     // One number across a refill.
     Result readVarintByBytes(std::uint64_t& value);
 
