@@ -144,9 +144,7 @@ Result Decoder::rebuild(ByteFile& out)
         if (result.ok())
             result = m_gather.fill(m_old, m_stretch.data());
         if (result.ok())
-            result = completeStretch();
-        if (result.ok())
-            result = writeStretch(out);
+            result = completeStretch(out);
         if (!result.ok())
             return result;
     }
@@ -209,19 +207,23 @@ Result Decoder::planStretch()
     return {};
 }
 
-Result Decoder::completeStretch()
+Result Decoder::completeStretch(ByteFile& out)
 {
-    // Between two copies, and after the last, the stretch holds extra bytes.
-    std::size_t at = 0;
+    // Between two copies, and after the last, the stretch holds extra bytes. What is complete goes out
+    // a cache at a time, so the disk writes while the rest is made.
+    std::size_t at = 0, written = 0;
     for (const CopyGather::Copy& copy : m_gather.copies()) {
         Result result = m_streams[ExtraStream].read(m_stretch.data() + at, copy.at - at);
         if (result.ok())
             result = addDifferences(m_stretch.data() + copy.at, copy.length);
+        at = copy.at + copy.length;
+        if (result.ok() && at - written >= m_cacheSize)
+            result = writeOut(written, at, out);
         if (!result.ok())
             return result;
-        at = copy.at + copy.length;
     }
-    return m_streams[ExtraStream].read(m_stretch.data() + at, m_stretchUsed - at);
+    Result result = m_streams[ExtraStream].read(m_stretch.data() + at, m_stretchUsed - at);
+    return result.ok() ? writeOut(written, m_stretchUsed, out) : result;
 }
 
 Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
@@ -265,10 +267,12 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
     return {};
 }
 
-Result Decoder::writeStretch(ByteFile& out)
+Result Decoder::writeOut(std::size_t& from, std::size_t to, ByteFile& out)
 {
-    m_newCrc = Crc32(m_newCrc, m_stretch.data(), m_stretchUsed);
-    return out.write(m_stretch.data(), m_stretchUsed);
+    m_newCrc = Crc32(m_newCrc, m_stretch.data() + from, to - from);
+    const Result result = out.write(m_stretch.data() + from, to - from);
+    from = to;
+    return result;
 }
 
 } // namespace Delta

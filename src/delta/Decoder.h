@@ -45,11 +45,12 @@ private:
     Result readRecord();
     // Takes records until the stretch is full; their copies go to the gather.
     Result planStretch();
-    // With the old bytes in place: the differences and the extra bytes, in the order of the diff.
-    Result completeStretch();
+    // With the old bytes in place: the differences and the extra bytes, in the order of the diff, and
+    // out with them.
+    Result completeStretch(ByteFile& out);
     Result addDifferences(unsigned char* bytes, std::size_t n);
-    // Checksums and writes the stretch.
-    Result writeStretch(ByteFile& out);
+    // Checksums and writes the stretch's bytes from from to to, and moves from there.
+    Result writeOut(std::size_t& from, std::size_t to, ByteFile& out);
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
