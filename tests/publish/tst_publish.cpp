@@ -203,6 +203,12 @@ private slots:
         row("unknown option", "v o --fast", "refuse: Unknown option 'fast'");
         row("help", "--help", "help: Usage:");
         row("template", "--print-info-template", "template: ");
+        // A signed channel: the key, and how many days its list stays good.
+        row("signed", "v o --sign k", "publish: v o 0 1 5  k 30");
+        row("signed for a week", "v o --sign k --expires 7", "publish: v o 0 1 5  k 7");
+        row("expiry without a key", "v o --expires 7", "refuse: --expires needs --sign");
+        row("no expiry", "v o --sign k --expires 0", "refuse: --expires: \"0\"");
+        row("new key", "--generate-key k", "new key: k");
     }
     void parsesCommandLine()
     {
@@ -210,15 +216,17 @@ private slots:
         QFETCH(QString, expected);
         const CommandLine parsed = ParseCommandLine(("core-publish " + arguments).split(' '));
         const PublishOptions& o = parsed.options;
-        static const char* actions[] = { "publish", "help", "template", "refuse" };
-        QString actual = QString::fromLatin1(actions[int(parsed.action)]) + ": " + parsed.text;
+        static const char* actions[] = { "publish", "help", "template", "refuse", "new key" };
+        QString actual
+            = QString::fromLatin1(actions[int(parsed.action)]) + ": " + parsed.text + parsed.keyPath;
         if (parsed.action == CommandLine::Action::Publish)
-            actual += QStringLiteral("%1 %2 %3 %4 %5 %6")
+            actual += QStringLiteral("%1 %2 %3 %4 %5 %6 %7 %8")
                           .arg(o.versionsDir, o.outputDir)
                           .arg(o.partSize)
                           .arg(o.patchDistance)
                           .arg(o.level)
-                          .arg(o.infoTemplatePath);
+                          .arg(o.infoTemplatePath, o.signingKeyPath)
+                          .arg(o.expiresDays);
         QVERIFY2(actual.startsWith(expected), qPrintable(actual));
     }
 
