@@ -285,37 +285,34 @@ private slots:
         QTest::addColumn<int>("requests"); // of f.bin, until and after the report
         QTest::addColumn<int>("code"); // 0: the job completes
         QTest::addColumn<QString>("message");
-        using Faults = QVector<Behaviour>;
+        const auto row = [](const char* name, const QVector<Behaviour>& faults, int requests, int code = 0,
+                             const QString& message = QString(), int served = 60000, int others = 0) {
+            QTest::newRow(name) << faults << served << others << requests << code << message;
+        };
         const auto cutAt = [](qint64 bytes) { return trickle(2000, 10, bytes); };
         const Behaviour slow = trickle(2000, 10);
         const QString failed = QStringLiteral("下载失败，请检查网络 [code:%1]");
         const QString closed = failed.arg(int(QNetworkReply::RemoteHostClosedError));
-        const QString notFound = failed.arg(int(QNetworkReply::ContentNotFoundError));
-        const QString timedOut = QStringLiteral("网络请求超时，请检查网络问题");
-        const QString diskFull = QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
         const Behaviour stall { 200, false, 0, 0, -1, 5000 };
 
         // Data had flowed: every transfer restarts from what is on disk.
-        QTest::newRow("four cuts after data") << Faults { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000),
-            slow } << 60000 << 0 << 5 << 0 << "";
-        QTest::newRow("cut after data, four others")
-            << Faults { cutAt(8000), slow } << 60000 << 4 << 2 << 0 << "";
+        row("four cuts after data", { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000), slow }, 5);
+        row("cut after data, four others", { cutAt(8000), slow }, 2, 0, "", 60000, 4);
         // The last bytes and the cut reach the client together.
-        QTest::newRow("burst, then cut")
-            << Faults { trickle(0, 0, 6000), slow } << 60000 << 0 << 2 << 0 << "";
-        QTest::newRow("restarts run out")
-            << Faults { cutAt(6000), cutAt(0) } << 60000 << 0 << 5 << 2 << closed;
+        row("burst, then cut", { trickle(0, 0, 6000), slow }, 2);
+        row("restarts run out", { cutAt(6000), cutAt(0) }, 5, NetworkFailed, closed);
         // Bytes sent again before the resume offset are no progress.
-        QTest::newRow("Range ignored, cut before the offset")
-            << Faults { cutAt(6000), { 200, false, 2000, 10, 4000, -1, false } } << 60000 << 0 << 5 << 2
-            << closed;
+        row("Range ignored, cut before the offset",
+            { cutAt(6000), { 200, false, 2000, 10, 4000, -1, false } }, 5, NetworkFailed, closed);
         // A clean end short of the file is a cut connection, not a stall.
-        QTest::newRow("short file") << Faults { {} } << 40000 << 0 << 5 << 2 << closed;
+        row("short file", { {} }, 5, NetworkFailed, closed, 40000);
         // Nothing had flowed: the server is at fault and retrying will not help.
-        QTest::newRow("cut before any data") << Faults { cutAt(0) } << 60000 << 0 << 1 << 2 << closed;
-        QTest::newRow("error page") << Faults { { 404 } } << 60000 << 0 << 1 << 2 << notFound;
-        QTest::newRow("stall") << Faults { stall } << 60000 << 0 << 1 << 3 << timedOut;
-        QTest::newRow("full disk") << Faults { {} } << 60000 << 0 << 1 << 5 << diskFull;
+        row("cut before any data", { cutAt(0) }, 1, NetworkFailed, closed);
+        row("error page", { { 404 } }, 1, NetworkFailed,
+            failed.arg(int(QNetworkReply::ContentNotFoundError)));
+        row("stall", { stall }, 1, StallTimeout, QStringLiteral("网络请求超时，请检查网络问题"));
+        row("full disk", { {} }, 1, WriteFailed,
+            QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载"));
     }
 
     void faultEndsInOneReport()
