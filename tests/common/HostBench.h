@@ -102,14 +102,11 @@ public:
     }
     Run run(const QString& command, const QString& channel, const QStringList& extra = {})
     {
-        return finish(*start(command, channel, extra));
-    }
-    static Run finish(QProcess& host)
-    {
+        const std::unique_ptr<QProcess> host = start(command, channel, extra);
         Run run;
-        if (host.waitForFinished(60000))
-            run.exitCode = host.exitCode();
-        for (const QByteArray& line : host.readAllStandardOutput().split('\n')) {
+        if (host->waitForFinished(60000))
+            run.exitCode = host->exitCode();
+        for (const QByteArray& line : host->readAllStandardOutput().split('\n')) {
             const QJsonObject object = QJsonDocument::fromJson(line).object();
             run.last[object["type"].toString()] = object;
             if (object["type"].toString() == "notice")

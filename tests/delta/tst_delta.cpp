@@ -196,6 +196,7 @@ private slots:
         QTest::newRow("later format") << "version" << 5 << "format version 3";
         QTest::newRow("out exists without -f") << "no force" << 1 << "-f overwrites it";
         QTest::newRow("folder") << "folder" << 1 << "folder diffs are not supported";
+        QTest::newRow("old file missing, out left alone") << "missing old" << 1 << "cannot read old file";
     }
     void refusesBadInput()
     {
@@ -224,7 +225,8 @@ private slots:
             QVERIFY(writeFile(dir.filePath("old"), patternBytes(300000, 2)));
         if (damage == "short old")
             QVERIFY(writeFile(dir.filePath("old"), oldBytes.left(1000)));
-        const QString oldPath = damage == "folder" ? dir.path() : dir.filePath("old");
+        const QString oldPath
+            = damage == "folder" ? dir.path() : dir.filePath(damage == "missing old" ? "none" : "old");
         const QMap<QString, QString> before = TestFiles::md5Tree(dir.path());
 
         QProcess tool;

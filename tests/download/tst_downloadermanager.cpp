@@ -24,6 +24,7 @@ using Behaviour = HttpTestServer::Behaviour;
 
 namespace {
 constexpr qint64 kReadBufferCap = 4 << 20; // what a reply may hold unread without a speed limit
+constexpr int kFetchCap = 300000;
 
 GameUpdateContext& context()
 {
@@ -50,8 +51,9 @@ struct Answer
     void record(const QString& text, int result) { *this = { calls + 1, text, result }; }
 };
 
-// Starts a fetch; its answers land in the returned record.
-std::shared_ptr<Answer> fetch(const QString& url, int how = Later, const QString& postData = QString())
+// Starts a fetch; its answers land in the returned record. cap: the most bytes the text may have.
+std::shared_ptr<Answer> fetch(
+    const QString& url, int how = Later, const QString& postData = QString(), qint64 cap = -1)
 {
     const auto answer = std::make_shared<Answer>();
     const auto text = [answer](const QString& content, int code) { answer->record(content, code); };
@@ -60,7 +62,7 @@ std::shared_ptr<Answer> fetch(const QString& url, int how = Later, const QString
     if (how == Image)
         GetDownloadComponent()->GetImageByUrl(url, image);
     else
-        GetDownloadComponent()->GetContentByUrl(url, text, postData, how == CallerWaits);
+        GetDownloadComponent()->GetContentByUrl(url, text, postData, how == CallerWaits, cap);
     return answer;
 }
 
@@ -283,37 +285,34 @@ private slots:
         QTest::addColumn<int>("requests"); // of f.bin, until and after the report
         QTest::addColumn<int>("code"); // 0: the job completes
         QTest::addColumn<QString>("message");
-        using Faults = QVector<Behaviour>;
+        const auto row = [](const char* name, const QVector<Behaviour>& faults, int requests, int code = 0,
+                             const QString& message = QString(), int served = 60000, int others = 0) {
+            QTest::newRow(name) << faults << served << others << requests << code << message;
+        };
         const auto cutAt = [](qint64 bytes) { return trickle(2000, 10, bytes); };
         const Behaviour slow = trickle(2000, 10);
         const QString failed = QStringLiteral("下载失败，请检查网络 [code:%1]");
         const QString closed = failed.arg(int(QNetworkReply::RemoteHostClosedError));
-        const QString notFound = failed.arg(int(QNetworkReply::ContentNotFoundError));
-        const QString timedOut = QStringLiteral("网络请求超时，请检查网络问题");
-        const QString diskFull = QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载");
         const Behaviour stall { 200, false, 0, 0, -1, 5000 };
 
         // Data had flowed: every transfer restarts from what is on disk.
-        QTest::newRow("four cuts after data") << Faults { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000),
-            slow } << 60000 << 0 << 5 << 0 << "";
-        QTest::newRow("cut after data, four others")
-            << Faults { cutAt(8000), slow } << 60000 << 4 << 2 << 0 << "";
+        row("four cuts after data", { cutAt(4000), cutAt(6000), cutAt(6000), cutAt(2000), slow }, 5);
+        row("cut after data, four others", { cutAt(8000), slow }, 2, 0, "", 60000, 4);
         // The last bytes and the cut reach the client together.
-        QTest::newRow("burst, then cut")
-            << Faults { trickle(0, 0, 6000), slow } << 60000 << 0 << 2 << 0 << "";
-        QTest::newRow("restarts run out")
-            << Faults { cutAt(6000), cutAt(0) } << 60000 << 0 << 5 << 2 << closed;
+        row("burst, then cut", { trickle(0, 0, 6000), slow }, 2);
+        row("restarts run out", { cutAt(6000), cutAt(0) }, 5, NetworkFailed, closed);
         // Bytes sent again before the resume offset are no progress.
-        QTest::newRow("Range ignored, cut before the offset")
-            << Faults { cutAt(6000), { 200, false, 2000, 10, 4000, -1, false } } << 60000 << 0 << 5 << 2
-            << closed;
+        row("Range ignored, cut before the offset",
+            { cutAt(6000), { 200, false, 2000, 10, 4000, -1, false } }, 5, NetworkFailed, closed);
         // A clean end short of the file is a cut connection, not a stall.
-        QTest::newRow("short file") << Faults { {} } << 40000 << 0 << 5 << 2 << closed;
+        row("short file", { {} }, 5, NetworkFailed, closed, 40000);
         // Nothing had flowed: the server is at fault and retrying will not help.
-        QTest::newRow("cut before any data") << Faults { cutAt(0) } << 60000 << 0 << 1 << 2 << closed;
-        QTest::newRow("error page") << Faults { { 404 } } << 60000 << 0 << 1 << 2 << notFound;
-        QTest::newRow("stall") << Faults { stall } << 60000 << 0 << 1 << 3 << timedOut;
-        QTest::newRow("full disk") << Faults { {} } << 60000 << 0 << 1 << 5 << diskFull;
+        row("cut before any data", { cutAt(0) }, 1, NetworkFailed, closed);
+        row("error page", { { 404 } }, 1, NetworkFailed,
+            failed.arg(int(QNetworkReply::ContentNotFoundError)));
+        row("stall", { stall }, 1, StallTimeout, QStringLiteral("网络请求超时，请检查网络问题"));
+        row("full disk", { {} }, 1, WriteFailed,
+            QStringLiteral("磁盘空间不足，请清除足够空间后，再进行下载"));
     }
 
     void faultEndsInOneReport()
@@ -411,9 +410,10 @@ private slots:
         QTest::addColumn<QVector<Behaviour>>("attempts"); // the server's behaviour per request
         QTest::addColumn<int>("code"); // -1: no answer at all
         QTest::addColumn<int>("requests");
+        QTest::addColumn<int>("size"); // 0: a short notice; else that many bytes against a cap of 300000
         const auto row = [](const char* name, const char* query, int how, const QVector<Behaviour>& attempts,
-                             int code, int requests, const QString& postData = QString()) {
-            QTest::newRow(name) << QString(query) << how << postData << attempts << code << requests;
+                             int code, int requests, const QString& postData = QString(), int size = 0) {
+            QTest::newRow(name) << QString(query) << how << postData << attempts << code << requests << size;
         };
         // One byte at a time: every three-byte character arrives in pieces.
         const Behaviour pieces { 200, false, 1, 2 };
@@ -429,6 +429,11 @@ private slots:
         // An image is fetched once, and an error page is never handed over as one.
         row("image", "", Image, { pieces }, 0, 1);
         row("image not found", "", Image, { { 404 } }, -1, 1);
+        // In pieces, as a document far larger than its cap would arrive; one too large is asked once.
+        const Behaviour large { 200, false, 65536, 1 };
+        row("at the cap", "", Later, { large }, 0, 1, QString(), kFetchCap);
+        row("one byte over the cap", "", Later, { large }, ContentTooLarge, 1, QString(), kFetchCap + 1);
+        row("far over the cap", "", Later, { large }, ContentTooLarge, 1, QString(), 20 * kFetchCap);
     }
 
     void fetchAnswersOnce()
@@ -439,14 +444,15 @@ private slots:
         QFETCH(QVector<Behaviour>, attempts);
         QFETCH(int, code);
         QFETCH(int, requests);
-        const QString text = QStringLiteral("维护公告：停机");
+        QFETCH(int, size);
+        const QString text = size > 0 ? QString(size, 'd') : QStringLiteral("维护公告：停机");
         m_server->setRoute("/notice.txt", text.toUtf8(), attempts);
         m_server->setRoute("/fast.txt", "fast");
         const qint64 before = QDateTime::currentSecsSinceEpoch();
         // Another fetch at the same time gets its own text, whichever ends first.
         const auto fast = fetch(m_server->url("/fast.txt"));
-        const auto answer
-            = fetch(m_server->url("/notice.txt" + (query.isEmpty() ? "" : '?' + query)), how, postData);
+        const auto answer = fetch(m_server->url("/notice.txt" + (query.isEmpty() ? "" : '?' + query)), how,
+            postData, size > 0 ? kFetchCap : -1);
         if (how == CallerWaits)
             QCOMPARE(answer->calls, 1);
         // At most five attempts of 500 ms with 100 ms between them.
@@ -468,35 +474,6 @@ private slots:
             const qint64 late = request.query.mid(head.size()).toLongLong() - before; // in seconds
             QVERIFY2(late >= 0 && late <= 5, request.query.constData());
         }
-    }
-
-    void fetchStopsAtItsCap_data()
-    {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<int>("code");
-        const int cap = 300000;
-        QTest::newRow("at the cap") << cap << 0;
-        QTest::newRow("one byte over, asked once") << cap + 1 << int(ContentTooLarge);
-        QTest::newRow("far over") << 20 * cap << int(ContentTooLarge);
-    }
-    void fetchStopsAtItsCap()
-    {
-        QFETCH(int, size);
-        QFETCH(int, code);
-        const int cap = 300000;
-        // In pieces, as a document far larger than its cap would arrive.
-        m_server->setRoute("/doc.txt", QByteArray(size, 'd'), { { 200, false, 65536, 1 } });
-        const auto answer = std::make_shared<Answer>();
-        GetDownloadComponent()->GetContentByUrl(
-            m_server->url("/doc.txt"),
-            [answer](const QString& text, int result) { answer->record(text, result); }, QString(), false,
-            cap);
-        QTRY_COMPARE_WITH_TIMEOUT(answer->calls, 1, 5000);
-        QTest::qWait(3 * Timing::fetchRetryPauseMs());
-        QCOMPARE(answer->calls, 1);
-        QCOMPARE(answer->code, code);
-        QCOMPARE(answer->content.size(), code == 0 ? size : 0);
-        QCOMPARE(m_server->requests("/doc.txt").size(), 1);
     }
 
     void speedLimitHoldsThenPaces()

@@ -112,71 +112,49 @@ private slots:
         filled.StopRunning(TransferState::Paused);
     }
 
-    void stopsEveryRunningFile_data()
+    // A file leaving "running" lets go of its transfer, however it leaves: a completion for the
+    // running file of its path, a stop of every running one, or a new list.
+    void filesLeaveRunning_data()
     {
-        QTest::addColumn<TransferState>("why");
+        QTest::addColumn<TransferState>("why"); // Waiting: the list is replaced instead
         QTest::newRow("paused") << TransferState::Paused;
         QTest::newRow("stalled") << TransferState::Stalled;
         QTest::newRow("restarting") << TransferState::Restarting;
         QTest::newRow("failed") << TransferState::Failed;
+        QTest::newRow("a new list") << TransferState::Waiting;
     }
 
-    void stopsEveryRunningFile()
+    void filesLeaveRunning()
     {
         QFETCH(TransferState, why);
         TransferQueue queue;
-        queue.Reset(files({ "a", "b", "c", "d" }));
-        QCOMPARE(queue.NextWaiting(), 0);
-        const QPointer<downloader> a = start(queue);
-        const QPointer<downloader> b = start(queue);
-        const QPointer<downloader> c = start(queue);
-        QCOMPARE(queue.RunningCount(), 3);
-        QCOMPARE(queue.RunningTransfers(), (QVector<QPointer<downloader>> { a, b, c }));
-
-        QVERIFY(queue.Finish("/cache/b"));
-        QCOMPARE(queue.State(1), TransferState::Done);
-        QCOMPARE(queue.RunningTransfers(), (QVector<QPointer<downloader>> { a, c }));
-
-        queue.StopRunning(why);
-        QCOMPARE(queue.RunningCount(), 0);
-        QVERIFY(queue.RunningTransfers().isEmpty());
-        const QVector<TransferState> states { why, TransferState::Done, why, TransferState::Waiting };
-        for (int i = 0; i < states.size(); ++i)
-            QCOMPARE(queue.State(i), states.at(i));
-        QCOMPARE(queue.NextWaiting(), 3);
-        // The transfers go once the event loop is back.
-        QTRY_VERIFY(!a && !b && !c);
-    }
-
-    void completionFindsTheRunningFile()
-    {
-        TransferQueue queue;
-        queue.Reset(files({ "same", "same", "other" }));
+        queue.Reset(files({ "same", "same", "other", "last" }));
         QVERIFY(!queue.Finish("/cache/same")); // nothing runs yet
-        start(queue);
-        start(queue);
+        const QPointer<downloader> a = start(queue), b = start(queue), c = start(queue);
+        QCOMPARE(queue.RunningTransfers(), (QVector<QPointer<downloader>> { a, b, c }));
         QVERIFY(queue.Finish("/cache/same"));
         QCOMPARE(queue.State(0), TransferState::Done);
         QCOMPARE(queue.State(1), TransferState::Running);
-        QVERIFY(!queue.Finish("/cache/other"));
+        QVERIFY(!queue.Finish("/cache/last"));
         QVERIFY(queue.Finish("/cache/same"));
-        QCOMPARE(queue.State(1), TransferState::Done);
-        QVERIFY(queue.HasWaiting());
-    }
+        QCOMPARE(queue.RunningTransfers(), (QVector<QPointer<downloader>> { c }));
 
-    void resetStartsTheListAgain()
-    {
-        TransferQueue queue;
-        queue.Reset(files({ "a", "b" }));
-        const QPointer<downloader> a = start(queue);
-        start(queue);
-        QVERIFY(!queue.HasWaiting());
-        queue.Reset(files({ "c" }));
-        QCOMPARE(queue.Size(), 1);
+        const TransferState done = TransferState::Done, waiting = TransferState::Waiting;
+        if (why == waiting)
+            queue.Reset(files({ "new" }));
+        else
+            queue.StopRunning(why);
+        const QVector<TransferState> states = why == waiting
+            ? QVector<TransferState> { waiting }
+            : QVector<TransferState> { done, done, why, waiting };
+        QCOMPARE(queue.Size(), states.size());
+        for (int i = 0; i < states.size(); ++i)
+            QCOMPARE(queue.State(i), states.at(i));
         QCOMPARE(queue.RunningCount(), 0);
-        QCOMPARE(queue.NextWaiting(), 0);
-        QCOMPARE(queue.File(0).localPath, QStringLiteral("/cache/c"));
-        QTRY_VERIFY(!a);
+        QVERIFY(queue.RunningTransfers().isEmpty());
+        QCOMPARE(queue.File(queue.NextWaiting()).localPath, why == waiting ? "/cache/new" : "/cache/last");
+        // The transfers go once the event loop is back.
+        QTRY_VERIFY(!a && !b && !c);
         queue.Reset({});
         QVERIFY(!queue.HasWaiting());
         QCOMPARE(queue.NextWaiting(), -1);

@@ -127,15 +127,32 @@ private slots:
     void installs_data()
     {
         QTest::addColumn<QString>("before");
-        QTest::newRow("empty cache") << "";
+        QTest::addColumn<int>("depth"); // -1: the case's folder; else a Windows folder this deep
+        QTest::newRow("empty cache") << "" << -1;
         // Complete in size, wrong inside: fetched again rather than unpacked.
-        QTest::newRow("corrupt package in the cache") << "corrupt";
+        QTest::newRow("corrupt package in the cache") << "corrupt" << -1;
         // A run killed during the download: the next one asks for the rest only.
-        QTest::newRow("killed while downloading") << "killed";
+        QTest::newRow("killed while downloading") << "killed" << -1;
+#ifdef Q_OS_WIN
+        // The install folder as players type it into the settings: a drive letter and backslashes, and
+        // deep enough that the game's files lie past the 260 characters of a classic Windows path.
+        QTest::newRow("drive letter and backslashes") << "" << 0;
+        QTest::newRow("over 260 characters") << "" << 12;
+#endif
     }
     void installs()
     {
         QFETCH(QString, before);
+        QFETCH(int, depth);
+        if (depth >= 0) {
+            QString folder = m_bench.installDir();
+            for (int i = 0; i < depth; ++i)
+                folder += QStringLiteral("/%1").arg(i).repeated(10);
+            m_bench.setInstallDir(QDir::toNativeSeparators(folder));
+            QVERIFY(m_bench.installDir().at(1) == ':' && m_bench.installDir().contains('\\'));
+            QVERIFY(depth == 0 || (m_bench.game() + "/文件/说明.txt").size() > 260);
+        }
+        const QString game = QDir::fromNativeSeparators(m_bench.game());
         const QString cached = m_bench.installDir() + "/MorvantixCache/full_1.0.0.3.7z";
         const QString published = m_bench.www("b") + "/full/1.0.0.3/full_1.0.0.3.7z";
         if (before == "corrupt")
@@ -147,7 +164,7 @@ private slots:
             host->waitForFinished();
         }
         QCOMPARE(m_bench.run("install", "b").result(), "0 installed");
-        QCOMPARE(md5Tree(m_bench.game()), md5Tree(version(3)));
+        QCOMPARE(md5Tree(game), md5Tree(version(3)));
         QVERIFY(QFileInfo(m_bench.settingsFile()).isFile());
         const QString full = "/b/full/1.0.0.3/full_1.0.0.3.7z";
         QCOMPARE(m_bench.packageRequests(),
@@ -155,33 +172,12 @@ private slots:
         const QString last = m_bench.server().accessLog().filter(".7z").last();
         const bool resumed = last.contains(" 206 bytes=") && !last.endsWith("bytes=0-");
         QVERIFY2(resumed == (before == "killed"), qPrintable(last));
+        if (depth >= 0) {
+            QVERIFY(TestFiles::writeFile(m_bench.game() + "/文件/说明.txt", "damaged"));
+            QCOMPARE(m_bench.run("repair", "b").exitCode, 0);
+            QCOMPARE(md5Tree(game), md5Tree(version(3)));
+        }
     }
-
-#ifdef Q_OS_WIN
-    // The install folder as players type it into the settings: a drive letter and backslashes, and
-    // deep enough that the game's files lie past the 260 characters of a classic Windows path.
-    void installsIntoWindowsFolders_data()
-    {
-        QTest::addColumn<int>("depth");
-        QTest::newRow("drive letter and backslashes") << 0;
-        QTest::newRow("over 260 characters") << 12;
-    }
-    void installsIntoWindowsFolders()
-    {
-        QFETCH(int, depth);
-        QString folder = m_bench.installDir();
-        for (int i = 0; i < depth; ++i)
-            folder += QStringLiteral("/%1").arg(i).repeated(10);
-        m_bench.setInstallDir(QDir::toNativeSeparators(folder));
-        QVERIFY(m_bench.installDir().at(1) == ':' && m_bench.installDir().contains('\\'));
-        QVERIFY(depth == 0 || (m_bench.game() + "/文件/说明.txt").size() > 260);
-        QCOMPARE(m_bench.run("install", "b").result(), "0 installed");
-        QCOMPARE(md5Tree(QDir::fromNativeSeparators(m_bench.game())), md5Tree(version(3)));
-        QVERIFY(TestFiles::writeFile(m_bench.game() + "/文件/说明.txt", "damaged"));
-        QCOMPARE(m_bench.run("repair", "b").exitCode, 0);
-        QCOMPARE(md5Tree(QDir::fromNativeSeparators(m_bench.game())), md5Tree(version(3)));
-    }
-#endif
 
     void changesNothingNeedlesslyAndRepairsOneFile()
     {
@@ -232,79 +228,64 @@ private slots:
             QStringList({ "/b/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z", "/b/patch/1.0.0.3/1.0.0.2_1.0.0.3.7z" }));
     }
 
-    void refusesClimbingEntry_data()
+    // Channel "bad" with one document replaced: refused before any package is fetched, the game as it
+    // was. A version's file list that is no list would let every entry pass (a missing file and an
+    // empty MD5 agree) and the pak clean-up take every pak.
+    void refusesBadDocument_data()
     {
-        QTest::addColumn<QString>("document");
-        QTest::addColumn<QString>("line");
-        QTest::newRow("verify manifest") << "1.0.0.3/manifest.txt"
-                                         << "../../escape.txt|d41d8cd98f00b204e9800998ecf8427e|0";
-        QTest::newRow("guide manifest")
-            << "manifest.txt"
-            << "--download_version--\n1.0.0.2->1.0.0.3|../escape.7z|d41d8cd98f00b204e9800998ecf8427e|1";
-    }
-    void refusesClimbingEntry()
-    {
-        QFETCH(QString, document);
-        QFETCH(QString, line);
-        serveDocuments({ { document, line.toUtf8() + "\n" + publishedDocument(document) } });
-        QCOMPARE(m_bench.run("install", "bad").exitCode, 7);
-        QVERIFY(!QFile::exists(m_bench.game()));
-        QVERIFY(m_bench.packageRequests().isEmpty());
-    }
-
-    // A version's file list that is no list: every entry would pass (a missing file and an empty MD5
-    // agree) and the pak clean-up would take every pak.
-    void refusesBrokenFileList_data()
-    {
+        QTest::addColumn<QString>("installed"); // the channel installed first; empty: nothing
         QTest::addColumn<QString>("command");
-        QTest::addColumn<QByteArray>("list");
-        QTest::newRow("empty, repair") << "repair" << QByteArray();
-        QTest::newRow("cut in its last line, verify")
-            << "verify" << publishedDocument("1.0.0.3/manifest.txt") + "KX/Content/Paks/main.pak|01";
-        QTest::newRow("an error page, update")
-            << "update" << QByteArray("<html><body><h1>502 Bad Gateway</h1></body></html>\n");
+        QTest::addColumn<QString>("document");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QStringList>("named"); // what the error names
+        QTest::addColumn<qint64>("size"); // > 0: a sparse file of that size, cheap to make and serve
+        const auto row
+            = [](const char* name, const char* installed, const char* command, const QString& document,
+                  const QByteArray& content, const QStringList& named, qint64 size = 0) {
+                  QTest::newRow(name)
+                      << QString(installed) << QString(command) << document << content << named << size;
+              };
+        const QString list = "1.0.0.3/manifest.txt";
+        const QByteArray noFile = "|d41d8cd98f00b204e9800998ecf8427e|";
+        row("climbing entry, verify manifest", "", "install", list,
+            "../../escape.txt" + noFile + "0\n" + publishedDocument(list), {});
+        row("climbing entry, guide manifest", "", "install", "manifest.txt",
+            "--download_version--\n1.0.0.2->1.0.0.3|../escape.7z" + noFile + "1\n"
+                + publishedDocument("manifest.txt"),
+            {});
+        row("file list empty, repair", "b", "repair", list, "", { list });
+        row("file list cut in its last line, verify", "b", "verify", list,
+            publishedDocument(list) + "KX/Content/Paks/main.pak|01", { list });
+        row("file list an error page, update", "a", "update", list,
+            "<html><body><h1>502 Bad Gateway</h1></body></html>\n", { list });
+        const qint64 mib = 1 << 20;
+        row("info.json over 1 MiB", "a", "update", "info.json", "", { "info.json", "larger than" }, mib + 1);
+        row("guide manifest over 16 MiB", "a", "update", "manifest.txt", "",
+            { "manifest.txt", "larger than" }, 16 * mib + 1);
+        row("file list over 128 MiB", "a", "update", list, "", { list, "larger than" }, 128 * mib + 1);
     }
-    void refusesBrokenFileList()
+    void refusesBadDocument()
     {
+        QFETCH(QString, installed);
         QFETCH(QString, command);
-        QFETCH(QByteArray, list);
-        QCOMPARE(m_bench.run("install", command == "update" ? "a" : "b").exitCode, 0);
+        QFETCH(QString, document);
+        QFETCH(QByteArray, content);
+        QFETCH(QStringList, named);
+        QFETCH(qint64, size);
+        if (!installed.isEmpty())
+            QCOMPARE(m_bench.run("install", installed).exitCode, 0);
         const auto before = md5Tree(m_bench.game());
-        serveDocuments({ { "1.0.0.3/manifest.txt", list } });
+        serveDocuments({ { document, content } });
+        if (size > 0)
+            QVERIFY(QFile::resize(m_bench.www("bad/") + document, size));
         m_bench.server().clearAccessLog();
         const Run run = m_bench.run(command, "bad");
         QCOMPARE(run.exitCode, 7);
         const QString text = run.last["error"]["text"].toString();
-        QVERIFY2(text.contains("1.0.0.3/manifest.txt"), qPrintable(text));
+        for (const QString& name : named)
+            QVERIFY2(text.contains(name), qPrintable(text));
         QCOMPARE(md5Tree(m_bench.game()), before);
-        QVERIFY(m_bench.packageRequests().isEmpty());
-    }
-
-    void capsServerDocuments_data()
-    {
-        QTest::addColumn<QString>("document");
-        QTest::addColumn<qint64>("size");
-        const qint64 mib = 1 << 20;
-        QTest::newRow("info.json over 1 MiB") << "info.json" << mib + 1;
-        QTest::newRow("guide manifest over 16 MiB") << "manifest.txt" << 16 * mib + 1;
-        QTest::newRow("file list over 128 MiB") << "1.0.0.3/manifest.txt" << 128 * mib + 1;
-    }
-    void capsServerDocuments()
-    {
-        QFETCH(QString, document);
-        QFETCH(qint64, size);
-        QCOMPARE(m_bench.run("install", "a").exitCode, 0);
-        const auto before = md5Tree(m_bench.game());
-        serveDocuments({});
-        QFile big(m_bench.www("bad/") + document);
-        QVERIFY(big.open(QIODevice::WriteOnly) && big.resize(size)); // sparse: cheap to make and serve
-        big.close();
-        m_bench.server().clearAccessLog();
-        const Run run = m_bench.run("update", "bad");
-        QCOMPARE(run.exitCode, 7);
-        const QString text = run.last["error"]["text"].toString();
-        QVERIFY2(text.contains(document) && text.contains("larger than"), qPrintable(text));
-        QCOMPARE(md5Tree(m_bench.game()), before);
+        QCOMPARE(QFile::exists(m_bench.game()), !installed.isEmpty());
         QVERIFY(m_bench.packageRequests().isEmpty());
     }
 

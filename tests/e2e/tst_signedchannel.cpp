@@ -11,7 +11,7 @@
 #include <QProcess>
 #include <QtTest>
 
-#include <memory>
+#include <functional>
 
 // The signed channel against a real nginx: channel "one" holds version 1 of a small game, channel
 // "two" versions 1 and 2 with a patch between them, both signed with the studio's key. Every case
@@ -38,20 +38,8 @@ TestFiles::Tree game(int n)
 
 using Run = HostBench::Run;
 
-// Each row's changes to a copy of channel "two".
-enum class Attack
-{
-    PackageAndDocuments, // a package of other bytes, the guide manifest rewritten to match it
-    OldFileList, // the new guide manifest beside an old file list
-    Rollback, // an older list and signature, validly signed
-    Freeze, // a list whose time is over
-    EndlessPackage, // a package longer than listed, of other bytes
-    OtherKey,
-    NoSignature,
-    TruncatedSignature,
-    OversizedList,
-    Unsigned, // no list at all
-};
+// A row's changes to "evil", a copy of channel "two"; patch: its one patch package.
+using Attack = std::function<void(const QString& evil, const QString& patch)>;
 
 } // namespace
 
@@ -121,18 +109,50 @@ private slots:
     {
         QTest::addColumn<Attack>("attack");
         QTest::addColumn<QString>("named"); // what the error names
-        QTest::newRow("package changed, documents rewritten")
-            << Attack::PackageAndDocuments << "manifest.txt";
-        QTest::newRow("old file list, new guide manifest") << Attack::OldFileList << "1.0.0.2/manifest.txt";
-        QTest::newRow("older list and signature (rollback)") << Attack::Rollback << "older";
-        QTest::newRow("expired list (freeze)") << Attack::Freeze << "expired";
-        QTest::newRow("package longer than listed (endless data)")
-            << Attack::EndlessPackage << "1.0.0.1_1.0.0.2.7z";
-        QTest::newRow("signature by another key") << Attack::OtherKey << "not signed by the trusted key";
-        QTest::newRow("missing signature") << Attack::NoSignature << "no signature";
-        QTest::newRow("truncated signature") << Attack::TruncatedSignature << "no signature";
-        QTest::newRow("list larger than its cap") << Attack::OversizedList << "larger than";
-        QTest::newRow("no list at all") << Attack::Unsigned << "not signed";
+        const auto write = [](const QString& path, const QByteArray& bytes) {
+            QVERIFY(TestFiles::writeFile(path, bytes));
+        };
+        QTest::newRow("package changed, documents rewritten") << Attack(
+            [=](const QString& evil, const QString& patch) {
+                const QByteArray bytes = patternBytes(QFileInfo(patch).size(), 99);
+                QByteArray guide = TestFiles::readFile(evil + "/manifest.txt");
+                guide.replace(TestFiles::md5Hex(TestFiles::readFile(patch)).toLatin1(),
+                    TestFiles::md5Hex(bytes).toLatin1());
+                write(patch, bytes);
+                write(evil + "/manifest.txt", guide);
+            }) << "manifest.txt";
+        QTest::newRow("old file list, new guide manifest") << Attack(
+            [=](const QString& evil, const QString&) {
+                write(evil + "/1.0.0.2/manifest.txt", TestFiles::readFile(evil + "/1.0.0.1/manifest.txt"));
+            }) << "1.0.0.2/manifest.txt";
+        QTest::newRow("older list and signature (rollback)") << Attack(
+            [=](const QString& evil, const QString&) {
+                for (const QString name : { "channel.json", "channel.json.sig" })
+                    write(evil + '/' + name, TestFiles::readFile(m_bench.work() + "/old/" + name));
+            }) << "older";
+        QTest::newRow("expired list (freeze)") << Attack([=](const QString& evil, const QString&) {
+            resign(evil, m_secret, QDateTime::currentDateTimeUtc().addDays(-31));
+        }) << "expired";
+        QTest::newRow("package longer than listed (endless data)") << Attack(
+            [=](const QString&, const QString& patch) {
+                write(patch, patternBytes(QFileInfo(patch).size() * 20, 98));
+            }) << "1.0.0.1_1.0.0.2.7z";
+        QTest::newRow("signature by another key") << Attack([=](const QString& evil, const QString&) {
+            resign(evil, m_otherSecret, QDateTime::currentDateTimeUtc());
+        }) << "not signed by the trusted key";
+        QTest::newRow("missing signature") << Attack([](const QString& evil, const QString&) {
+            QVERIFY(QFile::remove(evil + "/channel.json.sig"));
+        }) << "no signature";
+        QTest::newRow("truncated signature") << Attack([](const QString& evil, const QString&) {
+            QVERIFY(QFile::resize(evil + "/channel.json.sig", 40));
+        }) << "no signature";
+        QTest::newRow("list larger than its cap") << Attack([=](const QString& evil, const QString&) {
+            const QByteArray list = TestFiles::readFile(evil + "/channel.json");
+            write(evil + "/channel.json", list + QByteArray(ChannelTrust::kMaxDocumentBytes, ' '));
+        }) << "larger than";
+        QTest::newRow("no list at all") << Attack([](const QString& evil, const QString&) {
+            QVERIFY(QFile::remove(evil + "/channel.json") && QFile::remove(evil + "/channel.json.sig"));
+        }) << "not signed";
     }
     void refusesAttack()
     {
@@ -142,7 +162,10 @@ private slots:
         const QString settingsFile = m_bench.settingsFile();
         const QByteArray settings = TestFiles::readFile(settingsFile);
         QVERIFY(settings.contains(ChannelTrust::SerialKey().toLatin1()));
-        makeEvilChannel(attack);
+        const QString evil = www("evil");
+        QDir(evil).removeRecursively();
+        QVERIFY(QFileUtils::CopyMultiFiles(www("two"), evil));
+        attack(evil, evil + "/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z");
         m_bench.server().clearAccessLog();
 
         const Run run = m_bench.run("update", "evil");
@@ -154,8 +177,8 @@ private slots:
         QCOMPARE(TestFiles::readFile(settingsFile), settings);
         // Only a package whose documents passed is fetched at all, and never past its listed size.
         const QString patch = "/evil/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z";
-        const QStringList expected
-            = attack == Attack::EndlessPackage ? QStringList { patch, patch } : QStringList();
+        const bool endless = QByteArray(QTest::currentDataTag()).contains("endless");
+        const QStringList expected = endless ? QStringList { patch, patch } : QStringList();
         QCOMPARE(m_bench.packageRequests(), expected);
         QDirIterator cached(
             m_bench.installDir() + "/MorvantixCache", { "*.7z*" }, QDir::Files, QDirIterator::Subdirectories);
@@ -167,70 +190,17 @@ private:
     QString www(const QString& channel) const { return m_bench.www(channel); }
     static int publish(const QStringList& arguments) { return HostBench::publish(kPublisher, arguments); }
 
-    // Signs evil's files the way the publisher does, with another key or another clock.
-    void resign(const QByteArray& secret, const QDateTime& now)
+    // Signs a channel's files the way the publisher does, with another key or another clock.
+    static void resign(const QString& channel, const QByteArray& secret, const QDateTime& now)
     {
-        const QString evil = www("evil");
         QStringList paths;
-        for (const QString& path : TestFiles::md5Tree(evil).keys()) {
+        for (const QString& path : TestFiles::md5Tree(channel).keys()) {
             if (!path.startsWith("channel.json") && path != "publish.json" && !path.contains("/files/"))
                 paths << path;
         }
         QVERIFY(Publish::ChannelSigner(secret, 30)
-                    .sign(evil, paths, Publish::ChannelSigner::PublishedSerial(evil), now)
+                    .sign(channel, paths, Publish::ChannelSigner::PublishedSerial(channel), now)
                     .ok());
-    }
-
-    void makeEvilChannel(Attack attack)
-    {
-        const QString evil = www("evil");
-        QDir(evil).removeRecursively();
-        QVERIFY(QFileUtils::CopyMultiFiles(www("two"), evil));
-        const QString patch = evil + "/patch/1.0.0.2/1.0.0.1_1.0.0.2.7z";
-        const qint64 patchSize = QFileInfo(patch).size();
-        switch (attack) {
-        case Attack::PackageAndDocuments: {
-            const QByteArray bytes = patternBytes(patchSize, 99);
-            QByteArray guide = TestFiles::readFile(evil + "/manifest.txt");
-            guide.replace(TestFiles::md5Hex(TestFiles::readFile(patch)).toLatin1(),
-                TestFiles::md5Hex(bytes).toLatin1());
-            QVERIFY(TestFiles::writeFile(patch, bytes));
-            QVERIFY(TestFiles::writeFile(evil + "/manifest.txt", guide));
-            break;
-        }
-        case Attack::OldFileList:
-            QVERIFY(TestFiles::writeFile(
-                evil + "/1.0.0.2/manifest.txt", TestFiles::readFile(evil + "/1.0.0.1/manifest.txt")));
-            break;
-        case Attack::Rollback:
-            for (const QString name : { "channel.json", "channel.json.sig" })
-                QVERIFY(TestFiles::writeFile(
-                    evil + '/' + name, TestFiles::readFile(m_bench.work() + "/old/" + name)));
-            break;
-        case Attack::Freeze:
-            resign(m_secret, QDateTime::currentDateTimeUtc().addDays(-31));
-            break;
-        case Attack::EndlessPackage:
-            QVERIFY(TestFiles::writeFile(patch, patternBytes(patchSize * 20, 98)));
-            break;
-        case Attack::OtherKey:
-            resign(m_otherSecret, QDateTime::currentDateTimeUtc());
-            break;
-        case Attack::NoSignature:
-            QVERIFY(QFile::remove(evil + "/channel.json.sig"));
-            break;
-        case Attack::TruncatedSignature:
-            QVERIFY(QFile::resize(evil + "/channel.json.sig", 40));
-            break;
-        case Attack::OversizedList:
-            QVERIFY(TestFiles::writeFile(evil + "/channel.json",
-                TestFiles::readFile(evil + "/channel.json")
-                    + QByteArray(ChannelTrust::kMaxDocumentBytes, ' ')));
-            break;
-        case Attack::Unsigned:
-            QVERIFY(QFile::remove(evil + "/channel.json") && QFile::remove(evil + "/channel.json.sig"));
-            break;
-        }
     }
 
     HostBench m_bench { "signed", kBin };

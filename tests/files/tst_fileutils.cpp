@@ -91,20 +91,22 @@ private slots:
             { "ignore", "dir/a.pak", "log,pak", "true" },
             { "ignore", "a.PAK", "pak", "false" },
             { "ignore", "a.pak.bak", "pak", "false" },
-            // "<name>" is a path in the test folder, which holds "<file>" and "<folder>/inside.bin".
-            { "copy", "<file>", "<new/dir/dst.bin>", "true|test|true" },
-            { "copy", "<file>", "<folder/inside.bin>", "true|test|true" },
-            { "copy", "<file>", "<目标/文件.bin>", "true|test|true" },
-            { "copy", "<file>", "<file>", "true|test|true" },
-            { "copy", "<missing>", "<file>", "false|test|false" },
-            { "move", "<file>", "<new/dir/dst.bin>", "true|test|false" },
-            { "move", "<file>", "<folder/inside.bin>", "true|test|false" },
-            { "move", "<file>", "<目标/文件.bin>", "true|test|false" },
-            { "move", "<file>", "<file>", "true|test|true" },
-            { "move", "<missing>", "<file>", "false|test|false" },
         };
         for (const auto& row : helpers)
             QTest::addRow("%s(%s, %s)", row[0], row[1], row[2]) << row[0] << row[1] << row[2] << row[3];
+        // "<name>" is a path in the test folder, which holds "<file>" and "<folder>/inside.bin"; then the
+        // answers of a copy and of a move.
+        const char* transfers[][4] = {
+            { "<file>", "<new/dir/dst.bin>", "true|test|true", "true|test|false" },
+            { "<file>", "<folder/inside.bin>", "true|test|true", "true|test|false" },
+            { "<file>", "<目标/文件.bin>", "true|test|true", "true|test|false" },
+            { "<file>", "<file>", "true|test|true", "true|test|true" },
+            { "<missing>", "<file>", "false|test|false", "false|test|false" },
+        };
+        for (const auto& row : transfers)
+            for (int move : { 0, 1 })
+                QTest::addRow("%s(%s, %s)", move ? "move" : "copy", row[0], row[1])
+                    << (move ? "move" : "copy") << row[0] << row[1] << row[2 + move];
 
         // Against an empty path, a missing file, a folder where a file is expected and a file with a
         // Chinese name holding "test": every answer is defined and nothing crashes.
@@ -141,11 +143,20 @@ private slots:
             QVERIFY(!QFileInfo::exists(target));
     }
 
-    void deleteFolderKeepingOneEntry()
+    // A folder as the repair leaves it: listed without its hidden entries, then emptied but for one.
+    void listsAndEmptiesFolder()
     {
         const QString root = path("keep");
-        for (const char* name : { "manifest.txt", "a.pak", "sub/b.pak", ".hidden" })
+        for (const char* name : { "manifest.txt", "a/b.pak", ".hidden", ".hiddenDir/d.txt" })
             QVERIFY(writeFile(root + '/' + name, "x"));
+        QStringList out { "kept" };
+        QFileUtils::getFileListUnderDir(root, out);
+        QCOMPARE(out, (QStringList { "kept", root + "/a/b.pak", root + "/manifest.txt" }));
+        QStringList none;
+        QFileUtils::getFileListUnderDir(path("missing"), none);
+        QFileUtils::getFileListUnderDir(QString(), none);
+        QVERIFY(none.isEmpty());
+
         QVERIFY(QFileUtils::DeleteFileOrFolder(root, "manifest.txt"));
         QCOMPARE(QDir(root).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
             QStringList { "manifest.txt" });
@@ -188,33 +199,15 @@ private slots:
         QVERIFY(!QFileUtils::CopyMultiFiles(to, path("no/such/place")));
     }
 
-    void fileListSkipsHiddenAndKeepsOutput()
-    {
-        for (const char* name : { "b.txt", "a/c.txt", ".hidden", ".hiddenDir/d.txt" })
-            QVERIFY(writeFile(path(name), "x"));
-        QStringList out { "kept" };
-        QFileUtils::getFileListUnderDir(m_dir->path(), out);
-        QCOMPARE(out, (QStringList { "kept", path("a/c.txt"), path("b.txt") }));
-        QStringList none;
-        QFileUtils::getFileListUnderDir(path("missing"), none);
-        QFileUtils::getFileListUnderDir(QString(), none);
-        QVERIFY(none.isEmpty());
-    }
-
-    void hashes_data()
-    {
-        QTest::addColumn<int>("size");
-        for (int size : { 0, 65536, 65537, 3 * 1048576 + 17 }) // reads of 64 KiB (MD5) and 1 MiB (CRC)
-            QTest::addRow("%d bytes", size) << size;
-    }
     void hashes()
     {
-        QFETCH(int, size);
-        const QByteArray content = TestFiles::patternBytes(size);
-        QVERIFY(writeFile(path("补丁/文件.bin"), content));
-        QCOMPARE(QFileUtils::GetFileMD5(path("补丁/文件.bin")), TestFiles::md5Hex(content));
-        QCOMPARE(QFileUtils::GetFileCRC32(path("补丁/文件.bin")),
-            uint(::crc32(0, reinterpret_cast<const Bytef*>(content.constData()), uInt(content.size()))));
+        for (int size : { 0, 65536, 65537, 3 * 1048576 + 17 }) { // reads of 64 KiB (MD5) and 1 MiB (CRC)
+            const QByteArray content = TestFiles::patternBytes(size);
+            QVERIFY(writeFile(path("补丁/文件.bin"), content));
+            QCOMPARE(QFileUtils::GetFileMD5(path("补丁/文件.bin")), TestFiles::md5Hex(content));
+            QCOMPARE(QFileUtils::GetFileCRC32(path("补丁/文件.bin")),
+                uint(::crc32(0, reinterpret_cast<const Bytef*>(content.constData()), uInt(content.size()))));
+        }
     }
 
     void textWrites()

@@ -102,14 +102,8 @@ private slots:
         QVERIFY(out.open(QIODevice::WriteOnly) && err.open(QIODevice::WriteOnly));
         auto renderer = MakeRenderer(false, &out, &err, false);
         renderer->stageStarted({ Stage::Unpack, 2, 2, "p.7z" });
-        for (int i = 0; i <= 40; ++i) {
-            ProgressEvent progress;
-            progress.stage = Stage::Unpack;
-            progress.step = 2;
-            progress.steps = 2;
-            progress.fraction = i / 40.0;
-            renderer->progressed(progress);
-        }
+        for (int i = 0; i <= 40; ++i)
+            renderer->progressed({ Stage::Unpack, 2, 2, i / 40.0 });
         JobSummary summary;
         summary.message = "updated 1.0.0.1 to 1.0.0.3";
         renderer->finished({}, summary, 0);

@@ -203,6 +203,12 @@ private slots:
         row("unknown option", "v o --fast", "refuse: Unknown option 'fast'");
         row("help", "--help", "help: Usage:");
         row("template", "--print-info-template", "template: ");
+        // A signed channel: the key, and how many days its list stays good.
+        row("signed", "v o --sign k", "publish: v o 0 1 5  k 30");
+        row("signed for a week", "v o --sign k --expires 7", "publish: v o 0 1 5  k 7");
+        row("expiry without a key", "v o --expires 7", "refuse: --expires needs --sign");
+        row("no expiry", "v o --sign k --expires 0", "refuse: --expires: \"0\"");
+        row("new key", "--generate-key k", "new key: k");
     }
     void parsesCommandLine()
     {
@@ -210,15 +216,17 @@ private slots:
         QFETCH(QString, expected);
         const CommandLine parsed = ParseCommandLine(("core-publish " + arguments).split(' '));
         const PublishOptions& o = parsed.options;
-        static const char* actions[] = { "publish", "help", "template", "refuse" };
-        QString actual = QString::fromLatin1(actions[int(parsed.action)]) + ": " + parsed.text;
+        static const char* actions[] = { "publish", "help", "template", "refuse", "new key" };
+        QString actual
+            = QString::fromLatin1(actions[int(parsed.action)]) + ": " + parsed.text + parsed.keyPath;
         if (parsed.action == CommandLine::Action::Publish)
-            actual += QStringLiteral("%1 %2 %3 %4 %5 %6")
+            actual += QStringLiteral("%1 %2 %3 %4 %5 %6 %7 %8")
                           .arg(o.versionsDir, o.outputDir)
                           .arg(o.partSize)
                           .arg(o.patchDistance)
                           .arg(o.level)
-                          .arg(o.infoTemplatePath);
+                          .arg(o.infoTemplatePath, o.signingKeyPath)
+                          .arg(o.expiresDays);
         QVERIFY2(actual.startsWith(expected), qPrintable(actual));
     }
 
@@ -231,14 +239,17 @@ private slots:
             infoTemplate, R"({"hot_dot": "7", "bmovie": true, "carousel": [{"url": "c.png"}], "x": 1})"));
         const QStringList options { "--patch-distance", "2", "--part-size", "20k", "--info-template",
             infoTemplate };
+        // Publishes the versions into root; the steps it took.
+        const auto run = [&] {
+            QStringList steps;
+            const Outcome outcome = publish(QStringList { versions, root } + options, &steps);
+            return outcome.ok() ? steps : QStringList { outcome.text };
+        };
         writeVersion(versions, 1);
         writeVersion(versions, 2);
-        QVERIFY(publish(QStringList { versions, root } + options).ok());
+        run();
         writeVersion(versions, 3);
-        QStringList steps;
-        const Outcome outcome = publish(QStringList { versions, root } + options, &steps);
-        QVERIFY2(outcome.ok(), qPrintable(outcome.text));
-        QCOMPARE(packageSteps(steps),
+        QCOMPARE(packageSteps(run()),
             QStringList({ "1.0.0.1: full package unchanged", "1.0.0.2: full package unchanged",
                 "1.0.0.3: full package", "1.0.0.1 -> 1.0.0.2: patch unchanged", "1.0.0.1 -> 1.0.0.3: patch",
                 "1.0.0.2 -> 1.0.0.3: patch" }));
@@ -324,20 +335,15 @@ private slots:
 
         // A changed version is made again, and so is every patch it takes part in.
         QVERIFY(writeFile(versions + "/1.0.0.2/readme.txt", "changed"));
-        steps.clear();
-        QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
-        QCOMPARE(packageSteps(steps),
+        QCOMPARE(packageSteps(run()),
             QStringList({ "1.0.0.1: full package unchanged", "1.0.0.2: full package",
                 "1.0.0.3: full package unchanged", "1.0.0.1 -> 1.0.0.2: patch",
                 "1.0.0.1 -> 1.0.0.3: patch unchanged", "1.0.0.2 -> 1.0.0.3: patch" }));
-        steps.clear();
-        QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
-        QCOMPARE(steps.filter("unchanged").size(), 6);
+        QCOMPARE(run().filter("unchanged").size(), 6);
 
         // A new empty folder alone changes its version: the full package is made again and carries it.
         QVERIFY(QDir().mkpath(versions + "/1.0.0.3/saves"));
-        steps.clear();
-        QVERIFY(publish(QStringList { versions, root } + options, &steps).ok());
+        const QStringList steps = run();
         QVERIFY2(packageSteps(steps).contains("1.0.0.3: full package"), qPrintable(steps.join('\n')));
         unpack(root + "/full/1.0.0.3/full_1.0.0.3.7z.001", temp.filePath("with-folder"));
         QVERIFY(QFileInfo(temp.filePath("with-folder/saves")).isDir());

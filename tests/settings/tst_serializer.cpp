@@ -137,22 +137,7 @@ private slots:
         QCOMPARE(fieldsOf(read), expected);
     }
 
-    void singleKeys()
-    {
-        Serializer serializer;
-        QVERIFY(serializer.GetValueByKey(QStringLiteral("Channel")).isNull());
-        {
-            const LogLines log;
-            serializer.SetValueByKey(QStringLiteral("Channel"), QStringLiteral("渠道A"));
-            QVERIFY(
-                log.all().contains(QStringLiteral("[SerializerTag]:save key is Channel, value is 渠道A")));
-        }
-        // A copy shares the settings, and a fresh reader of the file sees the value at once.
-        QCOMPARE(Serializer(serializer).GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
-        QCOMPARE(Serializer().GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
-    }
-
-    void saveTellsAFailedWrite_data()
+    void savesOrTellsAFailedWrite_data()
     {
         QTest::addColumn<QString>("place"); // what stands where config.ini goes
         QTest::addColumn<bool>("written");
@@ -161,7 +146,7 @@ private slots:
         QTest::newRow("a folder") << "folder" << false;
         QTest::newRow("a link into a missing folder") << "dangling link" << false;
     }
-    void saveTellsAFailedWrite()
+    void savesOrTellsAFailedWrite()
     {
         QFETCH(QString, place);
         QFETCH(bool, written);
@@ -175,11 +160,21 @@ private slots:
         UpdateSetting setting;
         setting.currentGameVersion = QStringLiteral("1.0.0.2");
         Serializer serializer;
+        // Qt keeps the values a failed write could not store for later readers of the same path: only
+        // the first row is sure to start without a channel.
+        QVERIFY(!place.isEmpty() || serializer.GetValueByKey(QStringLiteral("Channel")).isNull());
         QCOMPARE(serializer.SaveSetting(setting), written);
-        QCOMPARE(serializer.SetValueByKey(QStringLiteral("Channel"), QStringLiteral("a")), written);
-        if (written)
+        const LogLines log;
+        QCOMPARE(serializer.SetValueByKey(QStringLiteral("Channel"), QStringLiteral("渠道A")), written);
+        QVERIFY(log.all().contains(QStringLiteral("[SerializerTag]:save key is Channel, value is 渠道A")));
+        // A copy shares the settings, and a fresh reader of the file sees the values at once.
+        if (written) {
+            QCOMPARE(
+                Serializer(serializer).GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
+            QCOMPARE(Serializer().GetValueByKey(QStringLiteral("Channel")), QStringLiteral("渠道A"));
             QCOMPARE(
                 Serializer().GetValueByKey(QStringLiteral("CurrentGameVersion")), QStringLiteral("1.0.0.2"));
+        }
         QVERIFY(!QFile::exists(gone.filePath("missing")));
     }
 };

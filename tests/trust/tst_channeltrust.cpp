@@ -1,5 +1,4 @@
 #include "ChannelSigner.h"
-#include "CommandLine.h"
 #include "KeyFile.h"
 #include "TestFiles.h"
 #include "TestRegistry.h"
@@ -125,13 +124,14 @@ private slots:
     {
         QTest::addColumn<QByteArray>("json");
         const QByteArray hex = QByteArray(64, 'a');
-        const QByteArray head = "{'serial': 1, 'expires': '2030-01-01T00:00:00Z', 'files': ";
-        QTest::newRow("climbing path") << json(head + "{'../x': {'size': 3, 'sha256': '" + hex + "'}}}");
-        QTest::newRow("absolute path") << json(head + "{'/etc/x': {'size': 3, 'sha256': '" + hex + "'}}}");
-        QTest::newRow("upper-case digest")
-            << json(head + "{'a': {'size': 3, 'sha256': '" + hex.toUpper() + "'}}}");
-        QTest::newRow("short digest") << json(head + "{'a': {'size': 3, 'sha256': 'ab'}}}");
-        QTest::newRow("negative size") << json(head + "{'a': {'size': -3, 'sha256': '" + hex + "'}}}");
+        const auto listing = [](const QByteArray& file) {
+            return json("{'serial': 1, 'expires': '2030-01-01T00:00:00Z', 'files': {" + file + "}}");
+        };
+        QTest::newRow("climbing path") << listing("'../x': {'size': 3, 'sha256': '" + hex + "'}");
+        QTest::newRow("absolute path") << listing("'/etc/x': {'size': 3, 'sha256': '" + hex + "'}");
+        QTest::newRow("upper-case digest") << listing("'a': {'size': 3, 'sha256': '" + hex.toUpper() + "'}");
+        QTest::newRow("short digest") << listing("'a': {'size': 3, 'sha256': 'ab'}");
+        QTest::newRow("negative size") << listing("'a': {'size': -3, 'sha256': '" + hex + "'}");
         QTest::newRow("fractional serial")
             << json("{'serial': 1.5, 'expires': '2030-01-01T00:00:00Z', 'files': {}}");
         QTest::newRow("no expiry") << json("{'serial': 1, 'files': {}}");
@@ -152,34 +152,26 @@ private slots:
         QTest::addColumn<QDateTime>("now");
         QTest::addColumn<quint64>("lastSerial");
         QTest::addColumn<Verdict>("verdict");
-        const QByteArray key = m_keys.publicKey;
+        const auto row = [this](const char* name, const QByteArray& document, const QByteArray& signature,
+                             Verdict verdict, const QDateTime& now = kNow, quint64 lastSerial = 0) {
+            QTest::newRow(name) << m_keys.publicKey << document << signature << now << lastSerial << verdict;
+        };
         const quint64 serial = quint64(kNow.toSecsSinceEpoch());
         QByteArray changed = m_document;
         changed.replace("\"size\": 3", "\"size\": 4");
-        QTest::newRow("as published")
-            << key << m_document << m_signature << kNow << quint64(0) << Verdict::Trusted;
-        QTest::newRow("same serial again")
-            << key << m_document << m_signature << kNow << serial << Verdict::Trusted;
-        QTest::newRow("line end of another system") << key << m_document << m_signature.trimmed() + "\r\n"
-                                                    << kNow << quint64(0) << Verdict::Trusted;
-        QTest::newRow("rolled back") << key << m_document << m_signature << kNow << serial + 1
-                                     << Verdict::RolledBack;
-        QTest::newRow("expired") << key << m_document << m_signature << kNow.addDays(30) << quint64(0)
-                                 << Verdict::Expired;
-        QTest::newRow("list changed")
-            << key << changed << m_signature << kNow << quint64(0) << Verdict::BadSignature;
-        QTest::newRow("another key") << key << m_document << signBytes(m_otherKeys.secret, m_document) << kNow
-                                     << quint64(0) << Verdict::BadSignature;
-        QTest::newRow("no signature")
-            << key << m_document << QByteArray() << kNow << quint64(0) << Verdict::NoSignature;
-        QTest::newRow("truncated signature")
-            << key << m_document << m_signature.left(60) << kNow << quint64(0) << Verdict::NoSignature;
-        QTest::newRow("oversized signature") << key << m_document << m_signature + QByteArray(200, ' ')
-                                             << kNow << quint64(0) << Verdict::NoSignature;
-        QTest::newRow("too large") << key << m_document + QByteArray(ChannelTrust::kMaxDocumentBytes, ' ')
-                                   << m_signature << kNow << quint64(0) << Verdict::TooLarge;
-        QTest::newRow("signed but unreadable") << key << QByteArray("[]") << signBytes(m_keys.secret, "[]")
-                                               << kNow << quint64(0) << Verdict::Unreadable;
+        row("as published", m_document, m_signature, Verdict::Trusted);
+        row("same serial again", m_document, m_signature, Verdict::Trusted, kNow, serial);
+        row("line end of another system", m_document, m_signature.trimmed() + "\r\n", Verdict::Trusted);
+        row("rolled back", m_document, m_signature, Verdict::RolledBack, kNow, serial + 1);
+        row("expired", m_document, m_signature, Verdict::Expired, kNow.addDays(30));
+        row("list changed", changed, m_signature, Verdict::BadSignature);
+        row("another key", m_document, signBytes(m_otherKeys.secret, m_document), Verdict::BadSignature);
+        row("no signature", m_document, QByteArray(), Verdict::NoSignature);
+        row("truncated signature", m_document, m_signature.left(60), Verdict::NoSignature);
+        row("oversized signature", m_document, m_signature + QByteArray(200, ' '), Verdict::NoSignature);
+        row("too large", m_document + QByteArray(ChannelTrust::kMaxDocumentBytes, ' '), m_signature,
+            Verdict::TooLarge);
+        row("signed but unreadable", "[]", signBytes(m_keys.secret, "[]"), Verdict::Unreadable);
         QTest::newRow("no key") << QByteArray() << m_document << m_signature << kNow << quint64(0)
                                 << Verdict::NoKey;
     }
@@ -235,37 +227,6 @@ private slots:
         QVERIFY(!Sha256Hasher::HexDigestOfFile(path, 69999, hex, size));
         QCOMPARE(size, 70000);
         QVERIFY(!Sha256Hasher::HexDigestOfFile(m_root + "/missing", 10, hex, size));
-    }
-
-    void publisherCommandLine_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("action");
-        QTest::addColumn<int>("expiresDays");
-        using Action = Publish::CommandLine::Action;
-        QTest::newRow("signed") << QStringList { "v", "o", "--sign", "k" } << int(Action::Publish) << 30;
-        QTest::newRow("signed for a week")
-            << QStringList { "v", "o", "--sign", "k", "--expires", "7" } << int(Action::Publish) << 7;
-        QTest::newRow("expiry without a key")
-            << QStringList { "v", "o", "--expires", "7" } << int(Action::Refuse) << 0;
-        QTest::newRow("no expiry") << QStringList { "v", "o", "--sign", "k", "--expires", "0" }
-                                   << int(Action::Refuse) << 0;
-        QTest::newRow("new key") << QStringList { "--generate-key", "k" } << int(Action::GenerateKey) << 0;
-    }
-    void publisherCommandLine()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(int, action);
-        QFETCH(int, expiresDays);
-        const Publish::CommandLine line
-            = Publish::ParseCommandLine(QStringList { "core-publish" } + arguments);
-        QCOMPARE(int(line.action), action);
-        if (line.action == Publish::CommandLine::Action::Publish) {
-            QCOMPARE(line.options.signingKeyPath, QString("k"));
-            QCOMPARE(line.options.expiresDays, expiresDays);
-        }
-        if (line.action == Publish::CommandLine::Action::GenerateKey)
-            QCOMPARE(line.keyPath, QString("k"));
     }
 
 private:

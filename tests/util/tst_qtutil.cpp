@@ -32,32 +32,16 @@ class TestQtUtil : public QObject
 {
     Q_OBJECT
 private slots:
-    void unicodeText_data()
+    void texts_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<QVariant>("input");
         QTest::addColumn<QString>("expected");
         const QString chinese = QStringLiteral("文件被占用，请重试");
-        QTest::newRow("GBK") << QTextCodec::codecForName("GBK")->fromUnicode(chinese) << chinese;
-        QTest::newRow("UTF-8") << chinese.toUtf8() << chinese;
-        QTest::newRow("empty") << QByteArray() << QString();
-    }
-    void unicodeText()
-    {
-        QFETCH(QByteArray, bytes);
-        QFETCH(QString, expected);
-        // The local code page of a Chinese Windows, whatever this machine's locale is.
-        QTextCodec* previous = QTextCodec::codecForLocale();
-        QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
-        const QString text = QtUtil::GetUnicodeString(bytes);
-        QTextCodec::setCodecForLocale(previous);
-        QCOMPARE(text, expected);
-    }
-
-    void formats_data()
-    {
-        QTest::addColumn<bool>("isSize");
-        QTest::addColumn<qint64>("value");
-        QTest::addColumn<QString>("expected");
+        QTest::newRow("GBK") << "unicode" << QVariant(QTextCodec::codecForName("GBK")->fromUnicode(chinese))
+                             << chinese;
+        QTest::newRow("UTF-8") << "unicode" << QVariant(chinese.toUtf8()) << chinese;
+        QTest::newRow("empty") << "unicode" << QVariant(QByteArray()) << QString();
         const qint64 KB = 1024, MB = KB * KB, GB = MB * KB, TB = GB * KB;
         const QList<QPair<qint64, QString>> sizes { { 0, "0 B" }, { KB - 1, "1023 B" }, { KB, "1 KB" },
             { KB + KB / 2, "1.5 KB" }, { MB - 1, "1 MB" }, { GB + GB / 2, "1.5 GB" },
@@ -65,16 +49,23 @@ private slots:
         const QList<QPair<qint64, QString>> durations { { 45, "45s" }, { 60, "1m 00s" }, { 185, "3m 05s" },
             { 3720, "1h 02m" }, { 90000, "25h 00m" } };
         for (const auto& row : sizes)
-            QTest::addRow("%s", qPrintable(row.second)) << true << row.first << row.second;
+            QTest::addRow("%s", qPrintable(row.second)) << "size" << QVariant(row.first) << row.second;
         for (const auto& row : durations)
-            QTest::addRow("%s", qPrintable(row.second)) << false << row.first << row.second;
+            QTest::addRow("%s", qPrintable(row.second)) << "duration" << QVariant(row.first) << row.second;
     }
-    void formats()
+    void texts()
     {
-        QFETCH(bool, isSize);
-        QFETCH(qint64, value);
+        QFETCH(QString, function);
+        QFETCH(QVariant, input);
         QFETCH(QString, expected);
-        QCOMPARE(isSize ? QtUtil::FormatSize(value) : QtUtil::FormatDuration(value), expected);
+        // The local code page of a Chinese Windows, whatever this machine's locale is.
+        QTextCodec* previous = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
+        const QString text = function == "size" ? QtUtil::FormatSize(input.toLongLong())
+            : function == "duration"            ? QtUtil::FormatDuration(input.toLongLong())
+                                                : QtUtil::GetUnicodeString(input.toByteArray());
+        QTextCodec::setCodecForLocale(previous);
+        QCOMPARE(text, expected);
     }
 
     void freeDiskSpaceOfMissingPathIsItsAncestors()
