@@ -59,14 +59,14 @@ QByteArray linkedImage(int words, quint32 shift, int seed)
 
 // A new file put together from short pieces of the old one, scattered over all of it and ending with
 // its last bytes, each piece behind a few bytes of its own: a major version's diff copies this way.
-QByteArray shortPiecesOf(const QByteArray& old, int pieces)
+QByteArray shortPiecesOf(const QByteArray& old, int pieces, int shortest = 40)
 {
     QByteArray out;
     const QByteArray between = patternBytes(pieces * 8, 77);
     quint32 state = 12345;
     for (int i = 0; i < pieces; ++i) {
         state = state * 1664525u + 1013904223u;
-        const int length = 40 + int(state % 60);
+        const int length = shortest + int(state % 60);
         const int from
             = i == pieces - 1 ? old.size() - length : int((state >> 8) % quint32(old.size() - length));
         out += between.mid(i * 8, 8) + old.mid(from, length);
@@ -150,6 +150,9 @@ private slots:
         QTest::newRow("spans, shifted") << big << bigShifted << tight << false << 35000;
         QTest::newRow("short copies, to the old file's end")
             << odd << shortPiecesOf(odd, 4000) << plenty << false << -1;
+        // More copies than a stretch may hold, from both windows of the old file.
+        QTest::newRow("short copies, past a stretch's count")
+            << big << shortPiecesOf(big, 60000, 16) << plenty << false << -1;
         QTest::newRow("spans, new file longer") << big.left(1 << 20) << big << tight << false << -1;
     }
     void roundTrips()
@@ -173,14 +176,17 @@ private slots:
         QCOMPARE(
             QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList({ "diff", "new", "old" }));
 
-        // Applied by the patch program in place, as the merge stage runs it.
-        QProcess tool;
-        tool.start(CORE_TOOL_DIR "/hpatchz",
-            { dir.filePath("old"), dir.filePath("diff"), dir.filePath("old"), "-f", "-s-1m",
-                "-C-old-new-diff" });
-        QVERIFY(tool.waitForFinished(60000));
-        QVERIFY2(tool.exitCode() == 0, tool.readAllStandardError().constData());
-        QVERIFY(readFile(dir.filePath("old")) == newBytes);
+        // Applied by the patch program with the smallest cache, whose stretches of 1 MiB end inside
+        // most of these files; then in place, as the merge stage runs it.
+        for (const char* cache : { "-s-64k", "-s-1m" }) {
+            const QString out = dir.filePath(cache == QLatin1String("-s-1m") ? "old" : "out");
+            QProcess tool;
+            tool.start(CORE_TOOL_DIR "/hpatchz",
+                { dir.filePath("old"), dir.filePath("diff"), out, "-f", cache, "-C-old-new-diff" });
+            QVERIFY(tool.waitForFinished(60000));
+            QVERIFY2(tool.exitCode() == 0, tool.readAllStandardError().constData());
+            QVERIFY2(readFile(out) == newBytes, cache);
+        }
     }
 
     void refusesBadInput_data()
