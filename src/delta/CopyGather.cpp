@@ -19,11 +19,6 @@ void CopyGather::reserve(std::size_t mostCopies)
     m_windowCounts.reserve(kMostWindows);
 }
 
-void CopyGather::add(std::uint64_t oldOffset, std::uint32_t at, std::uint32_t length)
-{
-    m_copies.push_back({ oldOffset, at, length });
-}
-
 void CopyGather::sortByWindow(std::uint64_t oldSize)
 {
     // Windows of kWindow bytes; for an old file of more than kMostWindows of them, groups of several,

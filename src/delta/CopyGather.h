@@ -35,7 +35,10 @@ public:
     void clear() { m_copies.clear(); }
     std::size_t count() const { return m_copies.size(); }
     // length bytes at oldOffset in the old file belong at offset at of the stretch.
-    void add(std::uint64_t oldOffset, std::uint32_t at, std::uint32_t length);
+    void add(std::uint64_t oldOffset, std::uint32_t at, std::uint32_t length)
+    {
+        m_copies.push_back({ oldOffset, at, length });
+    }
     // Copies every piece added since the last clear into stretch.
     Result fill(ByteFile& old, unsigned char* stretch);
     // The copies added, in the order they were added.

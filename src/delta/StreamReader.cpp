@@ -14,20 +14,6 @@ Result corrupt(const std::string& why)
     return Result::Failure(Status::CorruptDiff, "the diff is damaged: " + why);
 }
 
-// One number from bytes known to hold kMaxVarintBytes; false when it runs on longer.
-inline bool takeVarint(const unsigned char*& at, std::uint64_t& value)
-{
-    std::uint64_t byte = *at++;
-    value = byte & 0x7f;
-    for (unsigned shift = 7; byte & 0x80; shift += 7) {
-        if (shift > 63)
-            return false;
-        byte = *at++;
-        value |= (byte & 0x7f) << shift;
-    }
-    return true;
-}
-
 } // namespace
 
 StreamReader::~StreamReader()
@@ -106,7 +92,7 @@ Result StreamReader::refill()
     return {};
 }
 
-Result StreamReader::read(void* data, std::size_t n)
+Result StreamReader::readAcrossRefills(void* data, std::size_t n)
 {
     auto* out = static_cast<unsigned char*>(data);
     while (n > 0) {
@@ -124,31 +110,8 @@ Result StreamReader::read(void* data, std::size_t n)
     return {};
 }
 
-Result StreamReader::borrow(std::size_t most, const unsigned char*& data, std::size_t& n)
+Result StreamReader::readVarintsAcrossRefills(std::uint64_t* values, std::size_t count)
 {
-    if (m_begin == m_end) {
-        const Result filled = refill();
-        if (!filled.ok())
-            return filled;
-    }
-    data = m_output.data() + m_begin;
-    n = std::min(most, m_end - m_begin);
-    m_begin += n;
-    return {};
-}
-
-Result StreamReader::readVarints(std::uint64_t* values, std::size_t count)
-{
-    // Most records lie whole in the buffer: read them there without a call per byte.
-    if (m_end - m_begin >= count * kMaxVarintBytes) {
-        const unsigned char* at = m_output.data() + m_begin;
-        for (std::size_t k = 0; k < count; ++k) {
-            if (!takeVarint(at, values[k]))
-                return corrupt("a number runs on too long");
-        }
-        m_begin = std::size_t(at - m_output.data());
-        return {};
-    }
     for (std::size_t k = 0; k < count; ++k) {
         const Result got = readVarintByBytes(values[k]);
         if (!got.ok())
@@ -169,6 +132,11 @@ Result StreamReader::readVarintByBytes(std::uint64_t& value)
         if ((byte & 0x80) == 0)
             return {};
     }
+    return runsOnTooLong();
+}
+
+Result StreamReader::runsOnTooLong()
+{
     return corrupt("a number runs on too long");
 }
 

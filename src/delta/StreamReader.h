@@ -3,6 +3,8 @@
 #include "ByteFile.h"
 #include "DiffFormat.h"
 
+#include <algorithm>
+#include <cstring>
 #include <vector>
 #include <zlib.h>
 
@@ -20,21 +22,70 @@ public:
 
     Result open(const std::string& diffPath, std::uint64_t offset, const StreamInfo& info);
 
+    // The three reads below are called for every record of a diff that has millions: what the buffer
+    // holds is taken here, inline, and only a refill leaves the header.
+
     // Exactly n bytes, or CorruptDiff when the stream has fewer.
-    Result read(void* data, std::size_t n);
+    Result read(void* data, std::size_t n)
+    {
+        if (n > m_end - m_begin)
+            return readAcrossRefills(data, n);
+        std::memcpy(data, m_output.data() + m_begin, n);
+        m_begin += n;
+        return {};
+    }
     // The next bytes, at most most of them, where they lie in the buffer: valid until the next call.
     // At least one byte, or CorruptDiff when the stream has ended.
-    Result borrow(std::size_t most, const unsigned char*& data, std::size_t& n);
+    Result borrow(std::size_t most, const unsigned char*& data, std::size_t& n)
+    {
+        if (m_begin == m_end) {
+            const Result filled = refill();
+            if (!filled.ok())
+                return filled;
+        }
+        data = m_output.data() + m_begin;
+        n = std::min(most, m_end - m_begin);
+        m_begin += n;
+        return {};
+    }
     // The next count variable-length numbers.
-    Result readVarints(std::uint64_t* values, std::size_t count);
+    Result readVarints(std::uint64_t* values, std::size_t count)
+    {
+        if (m_end - m_begin < count * kMaxVarintBytes)
+            return readVarintsAcrossRefills(values, count);
+        const unsigned char* at = m_output.data() + m_begin;
+        for (std::size_t k = 0; k < count; ++k) {
+            if (!takeVarint(at, values[k]))
+                return runsOnTooLong();
+        }
+        m_begin = std::size_t(at - m_output.data());
+        return {};
+    }
     // Every byte the header promised has been read.
     bool atEnd() const { return m_delivered == m_info.unpackedSize && m_begin == m_end; }
 
 private:
     Result refill();
     Result fillInput();
+    Result readAcrossRefills(void* data, std::size_t n);
+    Result readVarintsAcrossRefills(std::uint64_t* values, std::size_t count);
     // One number across a refill.
     Result readVarintByBytes(std::uint64_t& value);
+    static Result runsOnTooLong();
+
+    // One number from bytes known to hold kMaxVarintBytes; false when it runs on longer.
+    static bool takeVarint(const unsigned char*& at, std::uint64_t& value)
+    {
+        std::uint64_t byte = *at++;
+        value = byte & 0x7f;
+        for (unsigned shift = 7; byte & 0x80; shift += 7) {
+            if (shift > 63)
+                return false;
+            byte = *at++;
+            value |= (byte & 0x7f) << shift;
+        }
+        return true;
+    }
 
     StreamInfo m_info;
     ByteFile m_file;
