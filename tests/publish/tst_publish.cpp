@@ -356,6 +356,7 @@ private slots:
         QTest::addColumn<QString>("damage");
         QTest::newRow("removed") << "removed";
         QTest::newRow("truncated") << "truncated";
+        QTest::newRow("changed, same size") << "changed";
         QTest::newRow("folder in its place") << "folder";
     }
 
@@ -367,7 +368,10 @@ private slots:
         writeVersion(versions, 1);
         QVERIFY(publish({ versions, root }).ok());
         const QString loose = root + "/1.0.0.1/files/readme.txt";
+        QByteArray bytes = TestFiles::readFile(loose);
         QVERIFY(QFile::remove(loose));
+        if (damage == "changed")
+            QVERIFY(writeFile(loose, bytes.replace(0, 1, bytes.left(1) == "x" ? "y" : "x")));
         if (damage == "truncated")
             QVERIFY(writeFile(loose, patternBytes(100, 1)));
         else if (damage == "folder")

@@ -88,18 +88,22 @@ Outcome VersionStager::stage(const VersionSource& source, StagedVersion& staged,
 
 Outcome VersionStager::takeOverPublishedFiles(const VersionSource& source, const StagedVersion& staged) const
 {
-    // Each published file is checked by its size; one that is gone or differs is copied from the
+    // Each published file is checked by its size and its MD5, since a damaged file of the right size
+    // would otherwise be linked into the new output; one that is gone or differs is copied from the
     // version folder again, whose bytes must still be the ones just hashed.
     for (const SourceFile& file : source.files) {
         const QString old = m_previous.filePath(source.text + QStringLiteral("/files/") + file.rel);
         const QString target = QDir(staged.filesDir).filePath(file.rel);
+        const QString expected = staged.files.value(file.rel).md5;
+        QString publishedMd5;
         Outcome outcome;
-        if (QFileInfo(old).isFile() && QFileInfo(old).size() == file.size) {
+        if (QFileInfo(old).isFile() && QFileInfo(old).size() == file.size
+            && FileStaging::Md5Of(old, publishedMd5).ok() && publishedMd5 == expected) {
             outcome = FileStaging::LinkOrCopy(old, target);
         } else {
             QString md5;
             outcome = FileStaging::CopyWithMd5(file.path, target, file.bExecutable, md5);
-            if (outcome.ok() && md5 != staged.files.value(file.rel).md5)
+            if (outcome.ok() && md5 != expected)
                 outcome = Outcome::Failure(
                     ExitCode::BadInput, QStringLiteral("%1 changed while it was published").arg(file.path));
         }
