@@ -11,6 +11,19 @@ namespace {
 
 // A new match is taken once it beats what the current alignment still explains by this many bytes.
 constexpr std::int64_t kBetterBy = 8;
+// A match passed over is still a match one byte on, one byte shorter: while that rest is at least this
+// long it is taken as the match there instead of searching again. The search seldom finds a longer one
+// there, and the searches are most of the encoder's time.
+constexpr std::int64_t kShortestRest = 8;
+
+inline void prefetch(const void* address)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
 
 } // namespace
 
@@ -85,11 +98,15 @@ std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, st
     if (high < low)
         return 0;
     // Every suffix between two others shares at least their common prefix with the text, so each
-    // comparison starts there.
-    std::int64_t lowLength = commonPrefix(m_suffixes[std::size_t(low)], text, n, 2);
-    std::int64_t highLength = commonPrefix(m_suffixes[std::size_t(high)], text, n, 2);
+    // comparison starts there. The bucket's ends share its two bytes; what more they share is only
+    // looked up if the search ends at them, since each look is a cache miss.
+    std::int64_t lowLength = 2, highLength = 2;
+    bool lowKnown = false, highKnown = false;
     while (high - low > 1) {
         const std::int64_t middle = low + (high - low) / 2;
+        // Either half comes next: its middle is fetched while this one is compared.
+        prefetch(&m_suffixes[std::size_t(low + (middle - low) / 2)]);
+        prefetch(&m_suffixes[std::size_t(middle + (high - middle) / 2)]);
         const std::int64_t at = m_suffixes[std::size_t(middle)];
         const std::int64_t length = commonPrefix(at, text, n, std::min(lowLength, highLength));
         if (length == n) { // the whole text: nothing longer exists
@@ -100,11 +117,17 @@ std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, st
         if (at + length == m_oldSize || m_old[at + length] < text[length]) {
             low = middle;
             lowLength = length;
+            lowKnown = true;
         } else {
             high = middle;
             highLength = length;
+            highKnown = true;
         }
     }
+    if (!lowKnown)
+        lowLength = commonPrefix(m_suffixes[std::size_t(low)], text, n, 2);
+    if (!highKnown)
+        highLength = commonPrefix(m_suffixes[std::size_t(high)], text, n, 2);
     position = lowLength >= highLength ? m_suffixes[std::size_t(low)] : m_suffixes[std::size_t(high)];
     return std::max(lowLength, highLength);
 }
@@ -124,8 +147,14 @@ Result Matcher::describe(
         // or the alignment itself explains everything the match does.
         std::int64_t oldScore = 0;
         std::int64_t counted = scan += length;
+        bool rest = false;
         for (; scan < newSize; ++scan) {
-            length = longestMatch(newBytes + scan, newSize - scan, position);
+            if (rest) {
+                --length;
+                ++position;
+            } else {
+                length = longestMatch(newBytes + scan, newSize - scan, position);
+            }
             for (; counted < scan + length; ++counted) {
                 const std::int64_t at = counted + lastOffset;
                 if (at >= 0 && at < oldSize && old[at] == newBytes[counted])
@@ -133,6 +162,7 @@ Result Matcher::describe(
             }
             if ((length == oldScore && length != 0) || length > oldScore + kBetterBy)
                 break;
+            rest = length - 1 >= kShortestRest;
             const std::int64_t at = scan + lastOffset;
             if (at >= 0 && at < oldSize && old[at] == newBytes[scan])
                 --oldScore;

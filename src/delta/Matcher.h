@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LargePageAllocator.h"
 #include "PieceSink.h"
 
 #include <cstdint>
@@ -42,7 +43,7 @@ private:
     const unsigned char* m_old;
     std::int64_t m_oldSize;
     std::uint64_t m_oldBase;
-    std::vector<std::int32_t> m_suffixes;
+    std::vector<std::int32_t, LargePageAllocator<std::int32_t>> m_suffixes;
     // The suffixes starting with each two bytes, as the first index into m_suffixes; one entry more
     // closes the last range.
     std::vector<std::int32_t> m_buckets;
