@@ -19,8 +19,9 @@ namespace Delta {
 
 namespace {
 
-// Buffers, streams and the compressor, whatever the files.
-constexpr std::uint64_t kFixedMemory = 8 << 20;
+// Buffers, streams, the compressor and the index's tables of byte pairs and triples, whatever the
+// files.
+constexpr std::uint64_t kFixedMemory = 10 << 20;
 // A span is matched against this much of the old file before and after it, at least: an insertion
 // or a removal shorter than that keeps the rest of the span aligned.
 constexpr std::uint64_t kLeastSlack = 8 << 20;

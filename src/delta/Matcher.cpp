@@ -16,6 +16,13 @@ constexpr std::int64_t kBetterBy = 8;
 // there, and the searches are most of the encoder's time.
 constexpr std::int64_t kShortestRest = 8;
 
+constexpr std::uint32_t kTriples = 1 << 24;
+
+inline std::uint32_t tripleAt(const unsigned char* bytes)
+{
+    return std::uint32_t(bytes[0]) << 16 | std::uint32_t(bytes[1]) << 8 | bytes[2];
+}
+
 inline void prefetch(const void* address)
 {
 #if defined(__GNUC__) || defined(__clang__)
@@ -47,7 +54,17 @@ Result Matcher::buildIndex()
     if (divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) != 0)
         return Result::Failure(Status::OutOfMemory, "the suffix sort failed");
     buildBuckets();
+    buildTriples();
     return {};
+}
+
+void Matcher::buildTriples()
+{
+    m_triples.assign(kTriples / 64, 0);
+    for (std::int64_t at = 0; at + 2 < m_oldSize; ++at) {
+        const std::uint32_t triple = tripleAt(m_old + at);
+        m_triples[triple / 64] |= std::uint64_t(1) << (triple % 64);
+    }
 }
 
 void Matcher::buildBuckets()
@@ -97,6 +114,13 @@ std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, st
     std::int64_t low = m_buckets[key], high = std::int64_t(m_buckets[key + 1]) - 1;
     if (high < low)
         return 0;
+    if (n >= 3) {
+        const std::uint32_t triple = tripleAt(text);
+        if (!(m_triples[triple / 64] >> (triple % 64) & 1)) {
+            position = m_suffixes[std::size_t(low)];
+            return 2;
+        }
+    }
     // Every suffix between two others shares at least their common prefix with the text, so each
     // comparison starts there. The bucket's ends share its two bytes; what more they share is only
     // looked up if the search ends at them, since each look is a cache miss.
