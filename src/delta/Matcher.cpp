@@ -4,6 +4,8 @@
 #include <cstring>
 #include <divsufsort.h>
 #include <new>
+#include <system_error>
+#include <thread>
 
 namespace Delta {
 
@@ -16,6 +18,7 @@ constexpr std::int64_t kBetterBy = 8;
 // there, and the searches are most of the encoder's time.
 constexpr std::int64_t kShortestRest = 8;
 
+constexpr std::size_t kPairs = 1 << 16;
 constexpr std::uint32_t kTriples = 1 << 24;
 
 inline std::uint32_t tripleAt(const unsigned char* bytes)
@@ -48,19 +51,35 @@ Result Matcher::buildIndex()
         return Result::Failure(Status::OutOfMemory, "an old window past 2 GiB cannot be indexed");
     try {
         m_suffixes.resize(std::size_t(m_oldSize));
+        m_buckets.assign(kPairs + 1, 0);
+        m_triples.assign(kTriples / 64, 0);
     } catch (const std::bad_alloc&) {
-        return Result::Failure(Status::OutOfMemory, "no memory for the suffix array");
+        return Result::Failure(Status::OutOfMemory, "no memory for the index of the old bytes");
     }
-    if (divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) != 0)
+    // The tables of pairs and triples need only the old bytes: they are filled on a second core while
+    // this one sorts.
+    const auto fillTables = [this] {
+        buildBuckets();
+        buildTriples();
+    };
+    std::thread helper;
+    try {
+        helper = std::thread(fillTables);
+    } catch (const std::system_error&) {
+        // Without a second thread they are filled after the sort.
+    }
+    const bool sorted = divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) == 0;
+    if (helper.joinable())
+        helper.join();
+    else
+        fillTables();
+    if (!sorted)
         return Result::Failure(Status::OutOfMemory, "the suffix sort failed");
-    buildBuckets();
-    buildTriples();
     return {};
 }
 
 void Matcher::buildTriples()
 {
-    m_triples.assign(kTriples / 64, 0);
     for (std::int64_t at = 0; at + 2 < m_oldSize; ++at) {
         const std::uint32_t triple = tripleAt(m_old + at);
         m_triples[triple / 64] |= std::uint64_t(1) << (triple % 64);
@@ -69,21 +88,19 @@ void Matcher::buildTriples()
 
 void Matcher::buildBuckets()
 {
-    constexpr std::size_t kKeys = 1 << 16;
-    m_buckets.assign(kKeys + 1, 0);
     for (std::int64_t at = 0; at + 1 < m_oldSize; ++at)
         ++m_buckets[std::size_t(m_old[at]) << 8 | m_old[at + 1]];
     // The last byte alone is a suffix too: it sorts before every suffix that continues its byte.
     const std::size_t last = m_old[m_oldSize - 1];
     std::int32_t start = 0;
-    for (std::size_t key = 0; key < kKeys; ++key) {
+    for (std::size_t key = 0; key < kPairs; ++key) {
         if (key == last << 8)
             ++start;
         const std::int32_t count = m_buckets[key];
         m_buckets[key] = start;
         start += count;
     }
-    m_buckets[kKeys] = start;
+    m_buckets[kPairs] = start;
 }
 
 std::int64_t Matcher::commonPrefix(
