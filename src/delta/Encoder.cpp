@@ -2,6 +2,7 @@
 
 #include "ByteFile.h"
 #include "DiffSink.h"
+#include "LargePageAllocator.h"
 #include "Matcher.h"
 #include "PieceList.h"
 
@@ -18,8 +19,9 @@ namespace Delta {
 
 namespace {
 
-// Buffers, streams and the compressor, whatever the files.
-constexpr std::uint64_t kFixedMemory = 8 << 20;
+// Buffers, streams, the compressor and the index's tables of byte pairs and triples, whatever the
+// files.
+constexpr std::uint64_t kFixedMemory = 10 << 20;
 // A span is matched against this much of the old file before and after it, at least: an insertion
 // or a removal shorter than that keeps the rest of the span aligned.
 constexpr std::uint64_t kLeastSlack = 8 << 20;
@@ -80,7 +82,10 @@ Result describeOnAllCores(
     return {};
 }
 
-template <typename T> bool allocate(std::vector<T>& buffer, std::uint64_t size)
+// The old bytes, which the match search reads at random places.
+using OldBytes = std::vector<unsigned char, LargePageAllocator<unsigned char>>;
+
+template <typename Buffer> bool allocate(Buffer& buffer, std::uint64_t size)
 {
     try {
         buffer.resize(std::size_t(size));
@@ -166,7 +171,8 @@ Result Encoder::encode(const std::string& oldPath, const std::string& newPath, c
 
 Result Encoder::encodeWhole(Files& files)
 {
-    std::vector<unsigned char> oldBytes, newBytes;
+    OldBytes oldBytes;
+    std::vector<unsigned char> newBytes;
     if (!allocate(oldBytes, files.oldFile.size()) || !allocate(newBytes, files.newFile.size()))
         return noMemory("the files");
     Result result = files.oldFile.readAt(0, oldBytes.data(), oldBytes.size());
@@ -242,7 +248,8 @@ Result Encoder::matchSpan(Files& files, std::uint64_t begin, std::uint64_t end)
         oldEnd = oldSize;
         oldBegin = oldSize > span + 2 * slack ? oldSize - (span + 2 * slack) : 0;
     }
-    std::vector<unsigned char> oldBytes, newBytes;
+    OldBytes oldBytes;
+    std::vector<unsigned char> newBytes;
     if (!allocate(oldBytes, oldEnd - oldBegin) || !allocate(newBytes, span))
         return noMemory("a span");
     Result result = files.oldFile.readAt(oldBegin, oldBytes.data(), oldBytes.size());

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <divsufsort.h>
 #include <new>
+#include <system_error>
+#include <thread>
 
 namespace Delta {
 
@@ -11,6 +13,27 @@ namespace {
 
 // A new match is taken once it beats what the current alignment still explains by this many bytes.
 constexpr std::int64_t kBetterBy = 8;
+// A match passed over is still a match one byte on, one byte shorter: while that rest is at least this
+// long it is taken as the match there instead of searching again. The search seldom finds a longer one
+// there, and the searches are most of the encoder's time.
+constexpr std::int64_t kShortestRest = 8;
+
+constexpr std::size_t kPairs = 1 << 16;
+constexpr std::uint32_t kTriples = 1 << 24;
+
+inline std::uint32_t tripleAt(const unsigned char* bytes)
+{
+    return std::uint32_t(bytes[0]) << 16 | std::uint32_t(bytes[1]) << 8 | bytes[2];
+}
+
+inline void prefetch(const void* address)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
 
 } // namespace
 
@@ -28,32 +51,56 @@ Result Matcher::buildIndex()
         return Result::Failure(Status::OutOfMemory, "an old window past 2 GiB cannot be indexed");
     try {
         m_suffixes.resize(std::size_t(m_oldSize));
+        m_buckets.assign(kPairs + 1, 0);
+        m_triples.assign(kTriples / 64, 0);
     } catch (const std::bad_alloc&) {
-        return Result::Failure(Status::OutOfMemory, "no memory for the suffix array");
+        return Result::Failure(Status::OutOfMemory, "no memory for the index of the old bytes");
     }
-    if (divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) != 0)
+    // The tables of pairs and triples need only the old bytes: they are filled on a second core while
+    // this one sorts.
+    const auto fillTables = [this] {
+        buildBuckets();
+        buildTriples();
+    };
+    std::thread helper;
+    try {
+        helper = std::thread(fillTables);
+    } catch (const std::system_error&) {
+        // Without a second thread they are filled after the sort.
+    }
+    const bool sorted = divsufsort(m_old, m_suffixes.data(), saidx_t(m_oldSize)) == 0;
+    if (helper.joinable())
+        helper.join();
+    else
+        fillTables();
+    if (!sorted)
         return Result::Failure(Status::OutOfMemory, "the suffix sort failed");
-    buildBuckets();
     return {};
+}
+
+void Matcher::buildTriples()
+{
+    for (std::int64_t at = 0; at + 2 < m_oldSize; ++at) {
+        const std::uint32_t triple = tripleAt(m_old + at);
+        m_triples[triple / 64] |= std::uint64_t(1) << (triple % 64);
+    }
 }
 
 void Matcher::buildBuckets()
 {
-    constexpr std::size_t kKeys = 1 << 16;
-    m_buckets.assign(kKeys + 1, 0);
     for (std::int64_t at = 0; at + 1 < m_oldSize; ++at)
         ++m_buckets[std::size_t(m_old[at]) << 8 | m_old[at + 1]];
     // The last byte alone is a suffix too: it sorts before every suffix that continues its byte.
     const std::size_t last = m_old[m_oldSize - 1];
     std::int32_t start = 0;
-    for (std::size_t key = 0; key < kKeys; ++key) {
+    for (std::size_t key = 0; key < kPairs; ++key) {
         if (key == last << 8)
             ++start;
         const std::int32_t count = m_buckets[key];
         m_buckets[key] = start;
         start += count;
     }
-    m_buckets[kKeys] = start;
+    m_buckets[kPairs] = start;
 }
 
 std::int64_t Matcher::commonPrefix(
@@ -84,12 +131,23 @@ std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, st
     std::int64_t low = m_buckets[key], high = std::int64_t(m_buckets[key + 1]) - 1;
     if (high < low)
         return 0;
+    if (n >= 3) {
+        const std::uint32_t triple = tripleAt(text);
+        if (!(m_triples[triple / 64] >> (triple % 64) & 1)) {
+            position = m_suffixes[std::size_t(low)];
+            return 2;
+        }
+    }
     // Every suffix between two others shares at least their common prefix with the text, so each
-    // comparison starts there.
-    std::int64_t lowLength = commonPrefix(m_suffixes[std::size_t(low)], text, n, 2);
-    std::int64_t highLength = commonPrefix(m_suffixes[std::size_t(high)], text, n, 2);
+    // comparison starts there. The bucket's ends share its two bytes; what more they share is only
+    // looked up if the search ends at them, since each look is a cache miss.
+    std::int64_t lowLength = 2, highLength = 2;
+    bool lowKnown = false, highKnown = false;
     while (high - low > 1) {
         const std::int64_t middle = low + (high - low) / 2;
+        // Either half comes next: its middle is fetched while this one is compared.
+        prefetch(&m_suffixes[std::size_t(low + (middle - low) / 2)]);
+        prefetch(&m_suffixes[std::size_t(middle + (high - middle) / 2)]);
         const std::int64_t at = m_suffixes[std::size_t(middle)];
         const std::int64_t length = commonPrefix(at, text, n, std::min(lowLength, highLength));
         if (length == n) { // the whole text: nothing longer exists
@@ -100,11 +158,17 @@ std::int64_t Matcher::longestMatch(const unsigned char* text, std::int64_t n, st
         if (at + length == m_oldSize || m_old[at + length] < text[length]) {
             low = middle;
             lowLength = length;
+            lowKnown = true;
         } else {
             high = middle;
             highLength = length;
+            highKnown = true;
         }
     }
+    if (!lowKnown)
+        lowLength = commonPrefix(m_suffixes[std::size_t(low)], text, n, 2);
+    if (!highKnown)
+        highLength = commonPrefix(m_suffixes[std::size_t(high)], text, n, 2);
     position = lowLength >= highLength ? m_suffixes[std::size_t(low)] : m_suffixes[std::size_t(high)];
     return std::max(lowLength, highLength);
 }
@@ -124,8 +188,14 @@ Result Matcher::describe(
         // or the alignment itself explains everything the match does.
         std::int64_t oldScore = 0;
         std::int64_t counted = scan += length;
+        bool rest = false;
         for (; scan < newSize; ++scan) {
-            length = longestMatch(newBytes + scan, newSize - scan, position);
+            if (rest) {
+                --length;
+                ++position;
+            } else {
+                length = longestMatch(newBytes + scan, newSize - scan, position);
+            }
             for (; counted < scan + length; ++counted) {
                 const std::int64_t at = counted + lastOffset;
                 if (at >= 0 && at < oldSize && old[at] == newBytes[counted])
@@ -133,6 +203,7 @@ Result Matcher::describe(
             }
             if ((length == oldScore && length != 0) || length > oldScore + kBetterBy)
                 break;
+            rest = length - 1 >= kShortestRest;
             const std::int64_t at = scan + lastOffset;
             if (at >= 0 && at < oldSize && old[at] == newBytes[scan])
                 --oldScore;

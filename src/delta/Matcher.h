@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LargePageAllocator.h"
 #include "PieceSink.h"
 
 #include <cstdint>
@@ -38,14 +39,18 @@ private:
     std::int64_t commonPrefix(
         std::int64_t oldAt, const unsigned char* text, std::int64_t n, std::int64_t skip) const;
     void buildBuckets();
+    void buildTriples();
 
     const unsigned char* m_old;
     std::int64_t m_oldSize;
     std::uint64_t m_oldBase;
-    std::vector<std::int32_t> m_suffixes;
+    std::vector<std::int32_t, LargePageAllocator<std::int32_t>> m_suffixes;
     // The suffixes starting with each two bytes, as the first index into m_suffixes; one entry more
     // closes the last range.
     std::vector<std::int32_t> m_buckets;
+    // One bit for each three bytes, set when the old bytes hold them somewhere. A search whose text
+    // starts with three bytes the old file lacks can only find two, and needs no steps.
+    std::vector<std::uint64_t> m_triples;
 };
 
 } // namespace Delta
