@@ -1,6 +1,6 @@
 #include "DiffSink.h"
 
-#include <zlib.h>
+#include "Crc32.h"
 
 namespace Delta {
 
@@ -165,7 +165,7 @@ Result DiffSink::assemble(DiffHeader& header)
     if (result.ok())
         result = diff.write(bytes, kHeaderSize);
     std::vector<unsigned char> buffer(1 << 20);
-    uLong streamsCrc = crc32(0, nullptr, 0);
+    std::uint32_t streamsCrc = 0;
     for (int i = 0; result.ok() && i < StreamCount; ++i) {
         header.streams[i] = m_streams[i].info();
         ByteFile part;
@@ -175,7 +175,7 @@ Result DiffSink::assemble(DiffHeader& header)
             result = part.read(buffer.data(), n);
             if (result.ok())
                 result = diff.write(buffer.data(), n);
-            streamsCrc = crc32(streamsCrc, buffer.data(), uInt(n));
+            streamsCrc = Crc32(streamsCrc, buffer.data(), n);
             left -= n;
         }
         // Closed before its removal, which Windows refuses for an open file.
@@ -184,7 +184,7 @@ Result DiffSink::assemble(DiffHeader& header)
     }
     if (result.ok()) {
         WriteHeader(header, bytes);
-        header.diffCrc = std::uint32_t(crc32(streamsCrc, bytes, uInt(kChecksumOffset)));
+        header.diffCrc = Crc32(streamsCrc, bytes, kChecksumOffset);
         WriteHeader(header, bytes);
         result = diff.seek(0);
     }

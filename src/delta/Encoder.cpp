@@ -1,6 +1,7 @@
 #include "Encoder.h"
 
 #include "ByteFile.h"
+#include "Crc32.h"
 #include "DiffSink.h"
 #include "LargePageAllocator.h"
 #include "Matcher.h"
@@ -13,7 +14,6 @@
 #include <system_error>
 #include <thread>
 #include <vector>
-#include <zlib.h>
 
 namespace Delta {
 
@@ -100,16 +100,6 @@ Result noMemory(const std::string& what)
     return Result::Failure(Status::OutOfMemory, "no memory for " + what);
 }
 
-std::uint32_t crcOf(const unsigned char* bytes, std::uint64_t n, uLong crc = crc32(0, nullptr, 0))
-{
-    for (std::uint64_t done = 0; done < n;) {
-        const uInt piece = uInt(std::min<std::uint64_t>(n - done, 1u << 30));
-        crc = crc32(crc, bytes + done, piece);
-        done += piece;
-    }
-    return std::uint32_t(crc);
-}
-
 } // namespace
 
 // The three files of one encode and the checksums of the inputs.
@@ -185,8 +175,8 @@ Result Encoder::encodeWhole(Files& files)
         result = describeOnAllCores(matcher, newBytes.data(), std::int64_t(newBytes.size()), files.sink);
     if (!result.ok())
         return result;
-    return files.sink.finish(oldBytes.size(), crcOf(oldBytes.data(), oldBytes.size()), newBytes.size(),
-        crcOf(newBytes.data(), newBytes.size()));
+    return files.sink.finish(oldBytes.size(), Crc32(0, oldBytes.data(), oldBytes.size()), newBytes.size(),
+        Crc32(0, newBytes.data(), newBytes.size()));
 }
 
 Result Encoder::encodeBySpans(Files& files)

@@ -74,6 +74,19 @@ QByteArray shortPiecesOf(const QByteArray& old, int pieces, int shortest = 40)
     return out;
 }
 
+// Every pair of bytes exactly once (a de Bruijn sequence over 256 symbols): the old file's suffix
+// buckets then hold one suffix each, and a search ends at a bucket's two ends.
+QByteArray everyPairOnce()
+{
+    QByteArray out;
+    for (int first = 0; first < 256; ++first) {
+        out += char(first);
+        for (int second = first + 1; second < 256; ++second)
+            out += char(first) + QByteArray(1, char(second));
+    }
+    return out + char(0);
+}
+
 QByteArray flipped(QByteArray data, int every)
 {
     for (int i = every / 2; i < data.size(); i += every)
@@ -125,6 +138,11 @@ private slots:
         bigShifted.remove(2500000, 10000);
 
         const QByteArray odd = patternBytes((1 << 20) + 777, 6);
+        const QByteArray pairs = everyPairOnce();
+        const QByteArray text = textOf(20000, 1);
+        QByteArray unseen = patternBytes(50000, 9);
+        for (char& byte : unseen)
+            byte = char(byte | 0x80); // no three of these stand in the text
 
         QTest::newRow("both empty") << QByteArray() << QByteArray() << plenty << false << -1;
         QTest::newRow("from empty") << QByteArray() << base.left(5000) << plenty << false << -1;
@@ -153,6 +171,13 @@ private slots:
         // More copies than a stretch may hold, from both windows of the old file.
         QTest::newRow("short copies, past a stretch's count")
             << big << shortPiecesOf(big, 60000, 16) << plenty << false << -1;
+        QTest::newRow("passed-over matches taken on")
+            << base << flipped(base.left(200000), 10) + base.mid(200000) << plenty << false << 80000;
+        QTest::newRow("every pair once")
+            << pairs << pairs.mid(30000, 20000) + pairs.left(30000) + pairs.mid(50000) << plenty << false
+            << 300;
+        QTest::newRow("sequences the old file lacks")
+            << text << text.left(100000) + unseen + text.mid(100000) << plenty << false << -1;
         QTest::newRow("spans, new file longer") << big.left(1 << 20) << big << tight << false << -1;
     }
     void roundTrips()
