@@ -3,6 +3,7 @@
 #include "Crc32.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -17,6 +18,30 @@ Result corrupt(const std::string& why)
 }
 
 constexpr std::size_t kSmallestCache = 64 * 1024;
+
+// Adds n literal bytes to bytes as one little-endian number with carry in, and gives the carry out:
+// eight bytes at a time where the processor is little-endian, as both of ours are.
+unsigned AddWithCarry(unsigned char* bytes, const unsigned char* literals, std::size_t n, unsigned carry)
+{
+    std::size_t i = 0;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    for (; i + 8 <= n; i += 8) {
+        std::uint64_t old, literal;
+        std::memcpy(&old, bytes + i, 8);
+        std::memcpy(&literal, literals + i, 8);
+        const std::uint64_t sum = old + literal;
+        const std::uint64_t total = sum + carry;
+        carry = unsigned(sum < old) | unsigned(total < sum);
+        std::memcpy(bytes + i, &total, 8);
+    }
+#endif
+    for (; i < n; ++i) {
+        const unsigned sum = bytes[i] + literals[i] + carry;
+        bytes[i] = static_cast<unsigned char>(sum);
+        carry = sum >> 8;
+    }
+    return carry;
+}
 constexpr std::size_t kLargestCache = std::size_t(1) << 30;
 
 } // namespace
@@ -27,21 +52,33 @@ Decoder::Decoder(std::size_t cacheSize)
 
 Result Decoder::check(const std::string& oldPath, const std::string& diffPath)
 {
-    try {
-        m_stretch.resize(std::min(m_cacheSize * kStretchPerCache, kLargestCache));
-        m_gather.reserve(m_stretch.size() / kBytesPerCopy);
-    } catch (const std::bad_alloc&) {
-        return Result::Failure(Status::OutOfMemory, "no memory for the cache of the apply");
-    }
     Result result = checkDiff(diffPath);
     if (result.ok())
         result = checkOldSize(oldPath);
+    if (result.ok())
+        result = makeRoom();
     std::uint64_t offset = kHeaderSize;
     for (int i = 0; result.ok() && i < StreamCount; ++i) {
         result = m_streams[i].open(diffPath, offset, m_header.streams[i]);
         offset += m_header.streams[i].storedSize;
     }
     return result;
+}
+
+Result Decoder::makeRoom()
+{
+    // No longer than the new file: a small patch needs no stretch of 16 MiB.
+    const std::size_t stretch
+        = std::size_t(std::min<std::uint64_t>(std::min(m_cacheSize * kStretchPerCache, kLargestCache),
+            std::max<std::uint64_t>(m_header.newSize, 1)));
+    m_mostCopies = std::max<std::size_t>(stretch / kBytesPerCopy, 1);
+    try {
+        m_stretch.resize(stretch);
+        m_gather.reserve(m_mostCopies);
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory for the cache of the apply");
+    }
+    return {};
 }
 
 Result Decoder::checkDiff(const std::string& diffPath)
@@ -73,7 +110,13 @@ Result Decoder::checkDiff(const std::string& diffPath)
         return corrupt(diffPath + " has " + std::to_string(diff.size()) + " bytes where its header promises "
             + std::to_string(DiffFileSize(m_header)) + " (truncated?)");
     std::uint32_t crc = 0;
-    result = diff.addToChecksum(diff.size() - kHeaderSize, m_stretch.data(), m_stretch.size(), crc);
+    std::vector<unsigned char> buffer;
+    try {
+        buffer.resize(m_cacheSize);
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory to read " + diffPath);
+    }
+    result = diff.addToChecksum(diff.size() - kHeaderSize, buffer.data(), buffer.size(), crc);
     if (!result.ok())
         return result;
     crc = Crc32(crc, bytes, kChecksumOffset);
@@ -184,7 +227,7 @@ Result Decoder::planStretch()
 {
     m_gather.clear();
     m_stretchUsed = 0;
-    while (m_stretchUsed < m_stretch.size() && m_gather.count() < m_stretch.size() / kBytesPerCopy) {
+    while (m_stretchUsed < m_stretch.size() && m_gather.count() < m_mostCopies) {
         if (m_copyLeft == 0 && m_extraLeft == 0) {
             if (m_planned == m_header.newSize)
                 break;
@@ -253,13 +296,7 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
             = differences.borrow(std::size_t(std::min<std::uint64_t>(m_literalsLeft, n)), literals, take);
         if (!result.ok())
             return result;
-        unsigned carry = m_carry;
-        for (std::size_t i = 0; i < take; ++i) {
-            const unsigned sum = bytes[i] + literals[i] + carry;
-            bytes[i] = static_cast<unsigned char>(sum);
-            carry = sum >> 8;
-        }
-        m_carry = carry;
+        m_carry = AddWithCarry(bytes, literals, take, m_carry);
         bytes += take;
         n -= take;
         m_literalsLeft -= take;

@@ -38,6 +38,8 @@ public:
 private:
     Result checkDiff(const std::string& diffPath);
     Result checkOldSize(const std::string& oldPath);
+    // The stretch and its list of copies, once the header gives the new file's size.
+    Result makeRoom();
     // The old file's checksum, through a handle and a buffer of its own.
     Result checkOldBytes() const;
     Result rebuild(ByteFile& out);
@@ -60,6 +62,7 @@ private:
     StreamReader m_streams[StreamCount];
     std::vector<unsigned char> m_stretch; // the new bytes on their way out
     std::size_t m_stretchUsed = 0;
+    std::size_t m_mostCopies = 1; // in one stretch
     CopyGather m_gather;
     std::uint64_t m_oldPosition = 0;
     std::uint64_t m_planned = 0; // new bytes whose records have been read

@@ -138,6 +138,14 @@ private slots:
         bigShifted.remove(2500000, 10000);
 
         const QByteArray odd = patternBytes((1 << 20) + 777, 6);
+        // Runs of 20 bytes of 0x01 made 0x00: each run's difference is minus one, so its first word
+        // carries out, the second carries out only through the carry in, and the last four bytes
+        // are right only if that carry reaches them.
+        QByteArray ones = base, zeros = base;
+        for (int i = 400000; i < 600000; i += 64) {
+            ones.replace(i, 20, QByteArray(20, '\x01'));
+            zeros.replace(i, 20, QByteArray(20, '\0'));
+        }
         const QByteArray pairs = everyPairOnce();
         const QByteArray text = textOf(20000, 1);
         QByteArray unseen = patternBytes(50000, 9);
@@ -171,6 +179,7 @@ private slots:
         // More copies than a stretch may hold, from both windows of the old file.
         QTest::newRow("short copies, past a stretch's count")
             << big << shortPiecesOf(big, 60000, 16) << plenty << false << -1;
+        QTest::newRow("carries through whole words") << ones << zeros << plenty << false << -1;
         QTest::newRow("passed-over matches taken on")
             << base << flipped(base.left(200000), 10) + base.mid(200000) << plenty << false << 80000;
         QTest::newRow("every pair once")
