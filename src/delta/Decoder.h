@@ -3,6 +3,7 @@
 #include "ByteFile.h"
 #include "CopyGather.h"
 #include "DiffFormat.h"
+#include "OutputWriter.h"
 #include "StreamReader.h"
 
 #include <vector>
@@ -49,10 +50,10 @@ private:
     Result planStretch();
     // With the old bytes in place: the differences and the extra bytes, in the order of the diff, and
     // out with them.
-    Result completeStretch(ByteFile& out);
+    Result completeStretch(OutputWriter& writer);
     Result addDifferences(unsigned char* bytes, std::size_t n);
-    // Checksums and writes the stretch's bytes from from to to, and moves from there.
-    Result writeOut(std::size_t& from, std::size_t to, ByteFile& out);
+    // Hands the stretch's bytes from from to to over to be summed and written, and moves from there.
+    void writeOut(std::size_t& from, std::size_t to, OutputWriter& writer);
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
@@ -71,7 +72,6 @@ private:
     std::uint64_t m_zerosLeft = 0; // of the current difference run
     std::uint64_t m_literalsLeft = 0;
     unsigned m_carry = 0; // into the next literal of the run
-    std::uint32_t m_newCrc = 0;
 };
 
 } // namespace Delta

@@ -10,6 +10,11 @@
 #include <QtTest>
 #include <zlib.h>
 
+#ifdef Q_OS_LINUX
+#include <csignal>
+#include <sys/resource.h>
+#endif
+
 using TestFiles::patternBytes;
 using TestFiles::readFile;
 using TestFiles::writeFile;
@@ -237,6 +242,9 @@ private slots:
         QTest::newRow("out exists without -f") << "no force" << 1 << "-f overwrites it";
         QTest::newRow("folder") << "folder" << 1 << "folder diffs are not supported";
         QTest::newRow("old file missing, out left alone") << "missing old" << 1 << "cannot read old file";
+#ifdef Q_OS_LINUX
+        QTest::newRow("new file cannot be written") << "small disk" << 1 << "cannot write";
+#endif
     }
     void refusesBadInput()
     {
@@ -274,7 +282,21 @@ private slots:
             "-C-old-new-diff" };
         if (damage != "no force")
             arguments << "-f";
+#ifdef Q_OS_LINUX
+        // A limit on the size of the files the tool writes stands for a full disk: the new file's
+        // writes, made on the tool's second thread, fail part-way. The tool inherits it at its start.
+        rlimit limit {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        if (damage == "small disk") {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit small { 100000, limit.rlim_max };
+            setrlimit(RLIMIT_FSIZE, &small);
+        }
         tool.start(CORE_TOOL_DIR "/hpatchz", arguments);
+        setrlimit(RLIMIT_FSIZE, &limit);
+#else
+        tool.start(CORE_TOOL_DIR "/hpatchz", arguments);
+#endif
         QVERIFY(tool.waitForFinished(30000));
         const QString errors = QString::fromLocal8Bit(tool.readAllStandardError());
         QVERIFY2(tool.exitCode() == exitCode && errors.contains(message), qPrintable(errors));
