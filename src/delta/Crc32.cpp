@@ -14,14 +14,7 @@ namespace {
 
 std::uint32_t crcByTable(std::uint32_t crc, const unsigned char* data, std::size_t n)
 {
-    uLong sum = crc;
-    while (n > 0) {
-        const uInt piece = uInt(n < (std::size_t(1) << 30) ? n : (std::size_t(1) << 30));
-        sum = crc32(sum, data, piece);
-        data += piece;
-        n -= piece;
-    }
-    return std::uint32_t(sum);
+    return std::uint32_t(crc32_z(crc, data, n));
 }
 
 #ifdef CORE_CRC_FOLDING

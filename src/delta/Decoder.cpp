@@ -18,6 +18,20 @@ Result corrupt(const std::string& why)
 }
 
 constexpr std::size_t kSmallestCache = 64 * 1024;
+constexpr std::size_t kLargestCache = std::size_t(1) << 30;
+
+// The CRC-32 of the next n bytes of file, read through a buffer of its own of bufferSize.
+Result checksumOf(ByteFile& file, std::uint64_t n, std::size_t bufferSize, std::uint32_t& crc)
+{
+    std::vector<unsigned char> buffer;
+    try {
+        buffer.resize(bufferSize);
+    } catch (const std::bad_alloc&) {
+        return Result::Failure(Status::OutOfMemory, "no memory to read " + file.path());
+    }
+    crc = 0;
+    return file.addToChecksum(n, buffer.data(), buffer.size(), crc);
+}
 
 // Adds n literal bytes to bytes as one little-endian number with carry in, and gives the carry out:
 // eight bytes at a time where the processor is little-endian, as both of ours are.
@@ -42,7 +56,6 @@ unsigned AddWithCarry(unsigned char* bytes, const unsigned char* literals, std::
     }
     return carry;
 }
-constexpr std::size_t kLargestCache = std::size_t(1) << 30;
 
 } // namespace
 
@@ -83,7 +96,6 @@ Result Decoder::makeRoom()
 
 Result Decoder::checkDiff(const std::string& diffPath)
 {
-    m_diffPath = diffPath;
     ByteFile diff;
     Result result = diff.open(diffPath, ByteFile::Mode::Read);
     if (!result.ok())
@@ -110,13 +122,7 @@ Result Decoder::checkDiff(const std::string& diffPath)
         return corrupt(diffPath + " has " + std::to_string(diff.size()) + " bytes where its header promises "
             + std::to_string(DiffFileSize(m_header)) + " (truncated?)");
     std::uint32_t crc = 0;
-    std::vector<unsigned char> buffer;
-    try {
-        buffer.resize(m_cacheSize);
-    } catch (const std::bad_alloc&) {
-        return Result::Failure(Status::OutOfMemory, "no memory to read " + diffPath);
-    }
-    result = diff.addToChecksum(diff.size() - kHeaderSize, buffer.data(), buffer.size(), crc);
+    result = checksumOf(diff, diff.size() - kHeaderSize, m_cacheSize, crc);
     if (!result.ok())
         return result;
     crc = Crc32(crc, bytes, kChecksumOffset);
@@ -142,15 +148,9 @@ Result Decoder::checkOldBytes() const
 {
     ByteFile old;
     Result result = old.open(m_oldPath, ByteFile::Mode::Read);
-    std::vector<unsigned char> buffer;
-    try {
-        buffer.resize(m_cacheSize);
-    } catch (const std::bad_alloc&) {
-        return Result::Failure(Status::OutOfMemory, "no memory to read " + m_oldPath);
-    }
     std::uint32_t crc = 0;
     if (result.ok())
-        result = old.addToChecksum(m_header.oldSize, buffer.data(), buffer.size(), crc);
+        result = checksumOf(old, m_header.oldSize, m_cacheSize, crc);
     if (result.ok() && crc != m_header.oldCrc)
         result = Result::Failure(Status::OldMismatch, m_oldPath + " is not the file the diff was made from");
     return result;

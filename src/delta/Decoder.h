@@ -57,7 +57,6 @@ private:
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
-    std::string m_diffPath;
     std::string m_oldPath;
     ByteFile m_old;
     StreamReader m_streams[StreamCount];
