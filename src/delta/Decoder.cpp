@@ -181,30 +181,23 @@ Result Decoder::rebuild(ByteFile& out)
     m_oldPosition = m_planned = m_copyLeft = m_extraLeft = 0;
     m_zerosLeft = m_literalsLeft = 0;
     m_carry = 0;
-    // The stretch's bytes are summed and written on a second thread while the next stretch is planned;
-    // they must be out before its copies are filled in.
-    OutputWriter writer(out);
+    m_newCrc = 0;
     while (m_planned < m_header.newSize || m_copyLeft > 0 || m_extraLeft > 0) {
         Result result = planStretch();
         if (result.ok())
-            result = writer.drain();
-        if (result.ok())
             result = m_gather.fill(m_old, m_stretch.data());
         if (result.ok())
-            result = completeStretch(writer);
+            result = completeStretch(out);
         if (!result.ok())
             return result;
     }
-    const Result written = writer.drain();
-    if (!written.ok())
-        return written;
     for (const StreamReader& stream : m_streams) {
         if (!stream.atEnd())
             return corrupt("a stream holds more than the new file needs");
     }
     if (m_zerosLeft != 0 || m_literalsLeft != 0)
         return corrupt("the differences run past the new file");
-    if (writer.crc() != m_header.newCrc)
+    if (m_newCrc != m_header.newCrc)
         return corrupt("the new file's checksum does not match");
     return {};
 }
@@ -257,7 +250,7 @@ Result Decoder::planStretch()
     return {};
 }
 
-Result Decoder::completeStretch(OutputWriter& writer)
+Result Decoder::completeStretch(ByteFile& out)
 {
     // Between two copies, and after the last, the stretch holds extra bytes. What is complete goes out
     // a cache at a time, so the disk writes while the rest is made.
@@ -267,15 +260,13 @@ Result Decoder::completeStretch(OutputWriter& writer)
         if (result.ok())
             result = addDifferences(m_stretch.data() + copy.at, copy.length);
         at = copy.at + copy.length;
+        if (result.ok() && at - written >= m_cacheSize)
+            result = writeOut(written, at, out);
         if (!result.ok())
             return result;
-        if (at - written >= m_cacheSize)
-            writeOut(written, at, writer);
     }
-    const Result result = m_streams[ExtraStream].read(m_stretch.data() + at, m_stretchUsed - at);
-    if (result.ok())
-        writeOut(written, m_stretchUsed, writer);
-    return result;
+    Result result = m_streams[ExtraStream].read(m_stretch.data() + at, m_stretchUsed - at);
+    return result.ok() ? writeOut(written, m_stretchUsed, out) : result;
 }
 
 Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
@@ -313,10 +304,12 @@ Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
     return {};
 }
 
-void Decoder::writeOut(std::size_t& from, std::size_t to, OutputWriter& writer)
+Result Decoder::writeOut(std::size_t& from, std::size_t to, ByteFile& out)
 {
-    writer.submit(m_stretch.data() + from, to - from);
+    m_newCrc = Crc32(m_newCrc, m_stretch.data() + from, to - from);
+    const Result result = out.write(m_stretch.data() + from, to - from);
     from = to;
+    return result;
 }
 
 } // namespace Delta

@@ -3,7 +3,6 @@
 #include "ByteFile.h"
 #include "CopyGather.h"
 #include "DiffFormat.h"
-#include "OutputWriter.h"
 #include "StreamReader.h"
 
 #include <vector>
@@ -50,10 +49,10 @@ private:
     Result planStretch();
     // With the old bytes in place: the differences and the extra bytes, in the order of the diff, and
     // out with them.
-    Result completeStretch(OutputWriter& writer);
+    Result completeStretch(ByteFile& out);
     Result addDifferences(unsigned char* bytes, std::size_t n);
-    // Hands the stretch's bytes from from to to over to be summed and written, and moves from there.
-    void writeOut(std::size_t& from, std::size_t to, OutputWriter& writer);
+    // Checksums and writes the stretch's bytes from from to to, and moves from there.
+    Result writeOut(std::size_t& from, std::size_t to, ByteFile& out);
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
@@ -71,6 +70,7 @@ private:
     std::uint64_t m_zerosLeft = 0; // of the current difference run
     std::uint64_t m_literalsLeft = 0;
     unsigned m_carry = 0; // into the next literal of the run
+    std::uint32_t m_newCrc = 0;
 };
 
 } // namespace Delta

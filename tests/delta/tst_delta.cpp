@@ -284,7 +284,7 @@ private slots:
             arguments << "-f";
 #ifdef Q_OS_LINUX
         // A limit on the size of the files the tool writes stands for a full disk: the new file's
-        // writes, made on the tool's second thread, fail part-way. The tool inherits it at its start.
+        // writes fail part-way. The tool inherits it at its start.
         rlimit limit {};
         getrlimit(RLIMIT_FSIZE, &limit);
         if (damage == "small disk") {
