@@ -60,6 +60,9 @@ Outcome PatchBuilder::build(const StagedVersion& from, const StagedVersion& to, 
             changed << file.path;
         }
     }
+    const Outcome folders = makeDiffFolders(changed);
+    if (!folders.ok())
+        return folders;
     QVector<DiffResult> results(changed.size());
     makeDiffs(from, to, changed, results);
     for (int i = 0; i < changed.size(); ++i) {
@@ -94,6 +97,19 @@ Outcome PatchBuilder::addWhole(const StagedVersion& to, const QString& rel)
 {
     m_info.newFiles.insert(rel, to.files.value(rel));
     return FileStaging::LinkOrCopy(QDir(to.filesDir).filePath(rel), QDir(m_packageDir).filePath(rel));
+}
+
+Outcome PatchBuilder::makeDiffFolders(const QStringList& changed) const
+{
+    // Made here, before the workers start: on Windows, Qt's mkpath fails when another thread makes the
+    // same parent folder at the same moment.
+    for (const QString& rel : changed) {
+        const QString folder = QFileInfo(QDir(m_packageDir).filePath(rel + kDiffSuffix)).absolutePath();
+        if (!QDir().mkpath(folder))
+            return Outcome::Failure(
+                ExitCode::OutputFailed, QStringLiteral("cannot create the folder %1").arg(folder));
+    }
+    return {};
 }
 
 void PatchBuilder::makeDiffs(const StagedVersion& from, const StagedVersion& to, const QStringList& changed,
@@ -131,12 +147,6 @@ PatchBuilder::DiffResult PatchBuilder::makeDiff(
     const QString newFile = QDir(to.filesDir).filePath(rel);
     const QString diffName = rel + kDiffSuffix;
     const QString diffFile = QDir(m_packageDir).filePath(diffName);
-    if (!QDir().mkpath(QFileInfo(diffFile).absolutePath())) {
-        result.kind = DiffResult::Kind::Failed;
-        result.outcome = Outcome::Failure(
-            ExitCode::OutputFailed, QStringLiteral("cannot create the folder of %1").arg(diffFile));
-        return result;
-    }
     Outcome outcome = m_diffTool.encode(oldFile, newFile, diffFile);
     if (outcome.code == ExitCode::OutputFailed) {
         result.kind = DiffResult::Kind::Failed;
