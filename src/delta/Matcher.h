@@ -34,7 +34,12 @@ public:
         const unsigned char* newBytes, std::int64_t newSize, std::int64_t firstOffset, PieceSink& sink) const;
 
 private:
-    std::int64_t longestMatch(const unsigned char* text, std::int64_t n, std::int64_t& position) const;
+    // The longest match of text in the old bytes; index is where the suffix array holds it.
+    std::int64_t longestMatch(
+        const unsigned char* text, std::int64_t n, std::int64_t& position, std::int64_t& index) const;
+    // Of the suffixes next to index that match text as far, the one starting nearest near.
+    std::int64_t nearestOfEqual(const unsigned char* text, std::int64_t n, std::int64_t length,
+        std::int64_t index, std::int64_t near) const;
     // Where text and the old bytes at oldAt first differ, looking from skip on.
     std::int64_t commonPrefix(
         std::int64_t oldAt, const unsigned char* text, std::int64_t n, std::int64_t skip) const;
