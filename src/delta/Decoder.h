@@ -3,6 +3,7 @@
 #include "ByteFile.h"
 #include "CopyGather.h"
 #include "DiffFormat.h"
+#include "LargePageAllocator.h"
 #include "StreamReader.h"
 
 #include <vector>
@@ -59,7 +60,9 @@ private:
     std::string m_oldPath;
     ByteFile m_old;
     StreamReader m_streams[StreamCount];
-    std::vector<unsigned char> m_stretch; // the new bytes on their way out
+    // The new bytes on their way out. In large pages: a small file's apply otherwise spends more time
+    // in the faults of a fresh page for every 4 KiB of its stretch than in making its bytes.
+    std::vector<unsigned char, LargePageAllocator<unsigned char>> m_stretch;
     std::size_t m_stretchUsed = 0;
     std::size_t m_mostCopies = 1; // in one stretch
     CopyGather m_gather;

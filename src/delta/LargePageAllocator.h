@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 #ifdef __linux__
 #include <sys/mman.h>
@@ -10,10 +12,13 @@
 
 namespace Delta {
 
-// Memory for the encoder's big buffers, which the match search reads at random places: on Linux it
-// is asked for in 2 MiB pages where the system offers them, so that a search step in a suffix array of
-// hundreds of megabytes costs one cache miss instead of a cache miss and a page-table walk. Elsewhere,
-// or where the system declines, the memory is the same, in ordinary pages.
+// Memory for the big buffers of the encoder, which the match search reads at random places, and of the
+// decoder's stretch: on Linux it is asked for in 2 MiB pages where the system offers them, so that a
+// search step in a suffix array of hundreds of megabytes costs one cache miss instead of a cache miss
+// and a page-table walk, and a fresh stretch one page fault per 2 MiB. Elsewhere, or where the system
+// declines, the memory is the same, in ordinary pages. A resize leaves the elements uninitialised:
+// every buffer it serves is filled from a file or by the sort before it is read, and zeroing hundreds
+// of megabytes first would cost time for nothing.
 template <typename T> class LargePageAllocator
 {
 public:
@@ -40,6 +45,15 @@ public:
         if (!memory)
             throw std::bad_alloc();
         return static_cast<T*>(memory);
+    }
+
+    template <typename U> void construct(U* at) noexcept(std::is_nothrow_default_constructible<U>::value)
+    {
+        ::new (static_cast<void*>(at)) U;
+    }
+    template <typename U, typename... Args> void construct(U* at, Args&&... args)
+    {
+        ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
     }
 
     void deallocate(T* memory, std::size_t n) noexcept
