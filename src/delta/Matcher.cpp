@@ -239,10 +239,10 @@ Result Matcher::describe(
             if (length == oldScore && length != 0)
                 break;
             if (length > oldScore + kBetterBy) {
+                const std::int64_t aligned = scan + lastOffset;
                 if (index >= 0)
-                    position
-                        = nearestOfEqual(newBytes + scan, newSize - scan, length, index, scan + lastOffset);
-                if (length >= kFarMatch || std::abs(position - (scan + lastOffset)) <= kNearby)
+                    position = nearestOfEqual(newBytes + scan, newSize - scan, length, index, aligned);
+                if (length >= kFarMatch || std::abs(position - aligned) <= kNearby)
                     break;
             }
             rest = length - 1 >= kShortestRest;

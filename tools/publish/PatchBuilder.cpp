@@ -99,12 +99,17 @@ Outcome PatchBuilder::addWhole(const StagedVersion& to, const QString& rel)
     return FileStaging::LinkOrCopy(QDir(to.filesDir).filePath(rel), QDir(m_packageDir).filePath(rel));
 }
 
+QString PatchBuilder::diffFileOf(const QString& rel) const
+{
+    return QDir(m_packageDir).filePath(rel + kDiffSuffix);
+}
+
 Outcome PatchBuilder::makeDiffFolders(const QStringList& changed) const
 {
     // Made here, before the workers start: on Windows, Qt's mkpath fails when another thread makes the
     // same parent folder at the same moment.
     for (const QString& rel : changed) {
-        const QString folder = QFileInfo(QDir(m_packageDir).filePath(rel + kDiffSuffix)).absolutePath();
+        const QString folder = QFileInfo(diffFileOf(rel)).absolutePath();
         if (!QDir().mkpath(folder))
             return Outcome::Failure(
                 ExitCode::OutputFailed, QStringLiteral("cannot create the folder %1").arg(folder));
@@ -146,7 +151,7 @@ PatchBuilder::DiffResult PatchBuilder::makeDiff(
     const QString oldFile = QDir(from.filesDir).filePath(rel);
     const QString newFile = QDir(to.filesDir).filePath(rel);
     const QString diffName = rel + kDiffSuffix;
-    const QString diffFile = QDir(m_packageDir).filePath(diffName);
+    const QString diffFile = diffFileOf(rel);
     Outcome outcome = m_diffTool.encode(oldFile, newFile, diffFile);
     if (outcome.code == ExitCode::OutputFailed) {
         result.kind = DiffResult::Kind::Failed;

@@ -69,6 +69,8 @@ private:
     Outcome addWhole(const StagedVersion& to, const QString& rel);
     DiffResult makeDiff(const StagedVersion& from, const StagedVersion& to, const QString& rel,
         const QString& proofFile) const;
+    // Where the diff of rel goes in the package being built.
+    QString diffFileOf(const QString& rel) const;
     Outcome makeDiffFolders(const QStringList& changed) const;
     void makeDiffs(const StagedVersion& from, const StagedVersion& to, const QStringList& changed,
         QVector<DiffResult>& results);
