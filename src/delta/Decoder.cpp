@@ -1,9 +1,11 @@
 #include "Decoder.h"
 
 #include "Crc32.h"
+#include "MappedWindow.h"
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -20,17 +22,26 @@ Result corrupt(const std::string& why)
 constexpr std::size_t kSmallestCache = 64 * 1024;
 constexpr std::size_t kLargestCache = std::size_t(1) << 30;
 
-// The CRC-32 of the next n bytes of file, read through a buffer of its own of bufferSize.
-Result checksumOf(ByteFile& file, std::uint64_t n, std::size_t bufferSize, std::uint32_t& crc)
+// The CRC-32 of the whole of file, read window by window through a mapping, which spares copying every
+// byte out of the system's cache; where the system cannot map the file, read through a buffer of
+// windowSize bytes from the first window it refused.
+Result checksumOf(ByteFile& file, std::size_t windowSize, std::uint32_t& crc)
 {
-    std::vector<unsigned char> buffer;
-    try {
-        buffer.resize(bufferSize);
-    } catch (const std::bad_alloc&) {
-        return Result::Failure(Status::OutOfMemory, "no memory to read " + file.path());
-    }
     crc = 0;
-    return file.addToChecksum(n, buffer.data(), buffer.size(), crc);
+    std::uint64_t offset = 0;
+    for (MappedWindow window; offset < file.size(); offset += windowSize) {
+        const std::size_t n = std::size_t(std::min<std::uint64_t>(windowSize, file.size() - offset));
+        if (!window.map(file, offset, n))
+            break;
+        crc = Crc32(crc, window.at(offset), n);
+    }
+    if (offset >= file.size())
+        return {};
+    std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[windowSize]);
+    if (!buffer)
+        return Result::Failure(Status::OutOfMemory, "no memory to read " + file.path());
+    const Result result = file.seek(offset);
+    return result.ok() ? file.addToChecksum(file.size() - offset, buffer.get(), windowSize, crc) : result;
 }
 
 // Adds n literal bytes to bytes as one little-endian number with carry in, and gives the carry out:
@@ -65,11 +76,14 @@ Decoder::Decoder(std::size_t cacheSize)
 
 Result Decoder::check(const std::string& oldPath, const std::string& diffPath)
 {
-    Result result = checkDiff(diffPath);
-    if (result.ok())
-        result = checkOldSize(oldPath);
+    ByteFile diff;
+    Result result = readHeader(diff, diffPath);
     if (result.ok())
         result = makeRoom();
+    if (result.ok())
+        result = checkDiffBytes(diff);
+    if (result.ok())
+        result = checkOldSize(oldPath);
     std::uint64_t offset = kHeaderSize;
     for (int i = 0; result.ok() && i < StreamCount; ++i) {
         result = m_streams[i].open(diffPath, offset, m_header.streams[i]);
@@ -80,10 +94,11 @@ Result Decoder::check(const std::string& oldPath, const std::string& diffPath)
 
 Result Decoder::makeRoom()
 {
-    // No longer than the new file: a small patch needs no stretch of 16 MiB.
+    // No longer than the new file, since a small patch needs no stretch of 16 MiB; no shorter than the
+    // smallest cache, since the diff's checksum is read through it.
     const std::size_t stretch
         = std::size_t(std::min<std::uint64_t>(std::min(m_cacheSize * kStretchPerCache, kLargestCache),
-            std::max<std::uint64_t>(m_header.newSize, 1)));
+            std::max<std::uint64_t>(m_header.newSize, kSmallestCache)));
     m_mostCopies = std::max<std::size_t>(stretch / kBytesPerCopy, 1);
     try {
         m_stretch.resize(stretch);
@@ -94,19 +109,17 @@ Result Decoder::makeRoom()
     return {};
 }
 
-Result Decoder::checkDiff(const std::string& diffPath)
+Result Decoder::readHeader(ByteFile& diff, const std::string& diffPath)
 {
-    ByteFile diff;
     Result result = diff.open(diffPath, ByteFile::Mode::Read);
     if (!result.ok())
         return result;
-    unsigned char bytes[kHeaderSize];
     if (diff.size() < kHeaderSize)
         return corrupt(diffPath + " is too short to be a diff");
-    result = diff.read(bytes, kHeaderSize);
+    result = diff.read(m_headerBytes, kHeaderSize);
     if (!result.ok())
         return result;
-    switch (ReadHeader(bytes, m_header)) {
+    switch (ReadHeader(m_headerBytes, m_header)) {
     case HeaderProblem::None:
         break;
     case HeaderProblem::NotADiff:
@@ -121,13 +134,21 @@ Result Decoder::checkDiff(const std::string& diffPath)
     if (diff.size() != DiffFileSize(m_header))
         return corrupt(diffPath + " has " + std::to_string(diff.size()) + " bytes where its header promises "
             + std::to_string(DiffFileSize(m_header)) + " (truncated?)");
+    return {};
+}
+
+Result Decoder::checkDiffBytes(ByteFile& diff)
+{
+    // Read through the stretch, which is not yet in use: a buffer of its own would be one more
+    // megabyte for the system to hand over and clear.
     std::uint32_t crc = 0;
-    result = checksumOf(diff, diff.size() - kHeaderSize, m_cacheSize, crc);
+    const Result result
+        = diff.addToChecksum(diff.size() - kHeaderSize, m_stretch.data(), m_stretch.size(), crc);
     if (!result.ok())
         return result;
-    crc = Crc32(crc, bytes, kChecksumOffset);
+    crc = Crc32(crc, m_headerBytes, kChecksumOffset);
     if (crc != m_header.diffCrc)
-        return corrupt("the checksum of " + diffPath + " does not match its bytes");
+        return corrupt("the checksum of " + diff.path() + " does not match its bytes");
     return {};
 }
 
@@ -149,8 +170,10 @@ Result Decoder::checkOldBytes() const
     ByteFile old;
     Result result = old.open(m_oldPath, ByteFile::Mode::Read);
     std::uint32_t crc = 0;
+    if (result.ok() && old.size() != m_header.oldSize)
+        result = Result::Failure(Status::OldMismatch, m_oldPath + " changed while it was patched");
     if (result.ok())
-        result = checksumOf(old, m_header.oldSize, m_cacheSize, crc);
+        result = checksumOf(old, m_cacheSize, crc);
     if (result.ok() && crc != m_header.oldCrc)
         result = Result::Failure(Status::OldMismatch, m_oldPath + " is not the file the diff was made from");
     return result;
@@ -269,11 +292,35 @@ Result Decoder::completeStretch(ByteFile& out)
     return result.ok() ? writeOut(written, m_stretchUsed, out) : result;
 }
 
+void Decoder::addWholeRuns(unsigned char*& bytes, std::size_t& n)
+{
+    StreamReader& differences = m_streams[DifferenceStream];
+    std::size_t buffered = 0;
+    const unsigned char* const begin = differences.buffered(buffered);
+    const unsigned char* const end = begin + buffered;
+    const unsigned char* at = begin;
+    while (n > 0 && std::size_t(end - at) >= 2 * kMaxVarintBytes) {
+        const unsigned char* next = at;
+        std::uint64_t zeros = 0, literals = 0;
+        if (!TakeVarint(next, zeros) || !TakeVarint(next, literals) || (zeros == 0 && literals == 0)
+            || zeros > n || literals > n - zeros || literals > std::uint64_t(end - next))
+            break;
+        AddWithCarry(bytes + zeros, next, std::size_t(literals), 0);
+        bytes += zeros + literals;
+        n -= std::size_t(zeros + literals);
+        at = next + literals;
+    }
+    differences.consume(std::size_t(at - begin));
+}
+
 Result Decoder::addDifferences(unsigned char* bytes, std::size_t n)
 {
     StreamReader& differences = m_streams[DifferenceStream];
     while (n > 0) {
         if (m_zerosLeft == 0 && m_literalsLeft == 0) {
+            addWholeRuns(bytes, n);
+            if (n == 0)
+                break;
             std::uint64_t run[2];
             const Result result = differences.readVarints(run, 2);
             if (!result.ok())

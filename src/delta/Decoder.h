@@ -12,8 +12,8 @@ namespace Delta {
 
 // Rebuilds a new file from an old file and a diff, streaming, one stretch of the new file at a time:
 // memory is the stretch (kStretchPerCache times the cache given), the lists of the copies it holds (at
-// most a quarter of that), a window of the old file, the cache again for the old file's checksum and a
-// fixed amount, whatever the sizes of the files. The diff's own checksum and
+// most a quarter of that), a window of the old file for the copies and one of the cache's length for its
+// checksum, and a fixed amount, whatever the sizes of the files. The diff's own checksum and
 // length and the old file's size are checked before the first byte is written; the old file's checksum
 // is taken on a second thread while the new file is written, and the new file's at the end.
 class Decoder
@@ -37,7 +37,10 @@ public:
     const DiffHeader& header() const { return m_header; }
 
 private:
-    Result checkDiff(const std::string& diffPath);
+    // The header, and the diff's length against it.
+    Result readHeader(ByteFile& diff, const std::string& diffPath);
+    // The diff's checksum; after makeRoom.
+    Result checkDiffBytes(ByteFile& diff);
     Result checkOldSize(const std::string& oldPath);
     // The stretch and its list of copies, once the header gives the new file's size.
     Result makeRoom();
@@ -52,11 +55,16 @@ private:
     // out with them.
     Result completeStretch(ByteFile& out);
     Result addDifferences(unsigned char* bytes, std::size_t n);
+    // The runs that lie whole in the difference stream's buffer and in the n bytes, parsed where they
+    // lie; moves bytes and n past them. What it leaves, a run cut by either end or one that is not
+    // sound, addDifferences takes piece by piece and judges.
+    void addWholeRuns(unsigned char*& bytes, std::size_t& n);
     // Checksums and writes the stretch's bytes from from to to, and moves from there.
     Result writeOut(std::size_t& from, std::size_t to, ByteFile& out);
 
     std::size_t m_cacheSize;
     DiffHeader m_header;
+    unsigned char m_headerBytes[kHeaderSize] {};
     std::string m_oldPath;
     ByteFile m_old;
     StreamReader m_streams[StreamCount];

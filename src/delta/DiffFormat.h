@@ -98,6 +98,19 @@ std::uint64_t DiffFileSize(const DiffHeader& header);
 // Variable-length integers of the streams. PutVarint writes at most kMaxVarintBytes.
 constexpr std::size_t kMaxVarintBytes = 10;
 std::size_t PutVarint(std::uint64_t value, unsigned char* out);
+// One number from bytes known to hold kMaxVarintBytes, moving at past it; false when it runs on longer.
+inline bool TakeVarint(const unsigned char*& at, std::uint64_t& value)
+{
+    std::uint64_t byte = *at++;
+    value = byte & 0x7f;
+    for (unsigned shift = 7; byte & 0x80; shift += 7) {
+        if (shift > 63)
+            return false;
+        byte = *at++;
+        value |= (byte & 0x7f) << shift;
+    }
+    return true;
+}
 inline std::uint64_t ZigZag(std::int64_t value)
 {
     return (std::uint64_t(value) << 1) ^ std::uint64_t(value >> 63);

@@ -48,6 +48,15 @@ public:
         m_begin += n;
         return {};
     }
+    // The bytes the buffer holds unread, for a caller that parses them in place and then says with
+    // consume how many it took: a diff has a hundred thousand difference runs of a few bytes each.
+    const unsigned char* buffered(std::size_t& n) const
+    {
+        n = m_end - m_begin;
+        return m_output.data() + m_begin;
+    }
+    void consume(std::size_t n) { m_begin += n; }
+
     // The next count variable-length numbers.
     Result readVarints(std::uint64_t* values, std::size_t count)
     {
@@ -55,7 +64,7 @@ public:
             return readVarintsAcrossRefills(values, count);
         const unsigned char* at = m_output.data() + m_begin;
         for (std::size_t k = 0; k < count; ++k) {
-            if (!takeVarint(at, values[k]))
+            if (!TakeVarint(at, values[k]))
                 return runsOnTooLong();
         }
         m_begin = std::size_t(at - m_output.data());
@@ -72,20 +81,6 @@ private:
     // One number across a refill.
     Result readVarintByBytes(std::uint64_t& value);
     static Result runsOnTooLong();
-
-    // One number from bytes known to hold kMaxVarintBytes; false when it runs on longer.
-    static bool takeVarint(const unsigned char*& at, std::uint64_t& value)
-    {
-        std::uint64_t byte = *at++;
-        value = byte & 0x7f;
-        for (unsigned shift = 7; byte & 0x80; shift += 7) {
-            if (shift > 63)
-                return false;
-            byte = *at++;
-            value |= (byte & 0x7f) << shift;
-        }
-        return true;
-    }
 
     StreamInfo m_info;
     ByteFile m_file;
