@@ -31,7 +31,7 @@ Result checksumOf(ByteFile& file, std::size_t windowSize, std::uint32_t& crc)
     std::uint64_t offset = 0;
     for (MappedWindow window; offset < file.size(); offset += windowSize) {
         const std::size_t n = std::size_t(std::min<std::uint64_t>(windowSize, file.size() - offset));
-        if (!window.map(file, offset, n))
+        if (!window.map(file, offset, n, MappedWindow::Use::Whole))
             break;
         crc = Crc32(crc, window.at(offset), n);
     }

@@ -30,7 +30,7 @@ MappedWindow::~MappedWindow()
     unmap();
 }
 
-bool MappedWindow::map(const ByteFile& file, std::uint64_t offset, std::size_t length)
+bool MappedWindow::map(const ByteFile& file, std::uint64_t offset, std::size_t length, Use use)
 {
     unmap();
     static const std::uint64_t alignment = viewAlignment();
@@ -39,6 +39,7 @@ bool MappedWindow::map(const ByteFile& file, std::uint64_t offset, std::size_t l
     if (viewLength == 0)
         return false;
 #ifdef _WIN32
+    (void)use; // a view's pages come in as they are read
     const HANDLE mapping
         = CreateFileMappingW(HANDLE(file.systemHandle()), nullptr, PAGE_READONLY, 0, 0, nullptr);
     if (!mapping)
@@ -49,7 +50,12 @@ bool MappedWindow::map(const ByteFile& file, std::uint64_t offset, std::size_t l
     if (!view)
         return false;
 #else
-    void* view = mmap(nullptr, viewLength, PROT_READ, MAP_SHARED, int(file.systemHandle()), off_t(start));
+#ifdef MAP_POPULATE
+    const int flags = use == Use::Whole ? MAP_SHARED | MAP_POPULATE : MAP_SHARED;
+#else
+    const int flags = MAP_SHARED;
+#endif
+    void* view = mmap(nullptr, viewLength, PROT_READ, flags, int(file.systemHandle()), off_t(start));
     if (view == MAP_FAILED)
         return false;
 #endif
