@@ -20,13 +20,13 @@ public:
     // Maps at least [offset, offset + length) of file, which must lie inside it. False when the system
     // cannot map the file (some file systems cannot); the window is then empty.
     // Whole: the caller reads every byte, so on Linux the pages are brought in by the mapping, not one
-    // fault at a time; a window that copies are taken from uses only some of its pages.
+    // fault at a time. Parts: only some of its pages are read, as a window that copies are taken from.
     enum class Use
     {
-        Here,
+        Parts,
         Whole,
     };
-    bool map(const ByteFile& file, std::uint64_t offset, std::size_t length, Use use = Use::Here);
+    bool map(const ByteFile& file, std::uint64_t offset, std::size_t length, Use use = Use::Parts);
     void unmap();
     bool covers(std::uint64_t offset, std::size_t length) const
     {
